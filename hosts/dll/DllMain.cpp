@@ -1,0 +1,14 @@
+#include <windows.h>
+
+// The library keeps its module handle: resources (strings, dialogs, the event message table)
+// are loaded from it, not from the host executable.
+HINSTANCE g_hDllInstance = nullptr;
+
+BOOL WINAPI DllMain(HINSTANCE hInst, DWORD reason, LPVOID)
+{
+    if (reason == DLL_PROCESS_ATTACH) {
+        g_hDllInstance = hInst;
+        DisableThreadLibraryCalls(hInst);
+    }
+    return TRUE;
+}

@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Builds everything and lays the Windows binaries out in dist/, as an administrator copies them
+# into one folder. Installs the toolchain first when it is missing.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+scripts/ensure-toolchain.sh
+build=${VX_BUILD_DIR:-$PWD/build/windows}
+cmake --preset windows -B "$build" >/dev/null
+cmake --build "$build"
+
+rm -rf dist
+mkdir -p dist
+for f in VXDA64.DLL; do
+  cp "$build/bin/$f" dist/
+done
+echo "Vantrel binaries in $(pwd)/dist:"
+ls -l dist

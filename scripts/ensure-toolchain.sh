@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Installs what building and testing Vantrel needs on a Debian machine, and nothing else.
+# Quiet and quick when everything is already there, so every build may call it.
+set -euo pipefail
+
+need=()
+have() { command -v "$1" >/dev/null 2>&1; }
+have x86_64-w64-mingw32-g++-posix || need+=(g++-mingw-w64-x86-64-posix)
+have x86_64-w64-mingw32-windres   || need+=(binutils-mingw-w64-x86-64)
+have x86_64-w64-mingw32-windmc    || need+=(binutils-mingw-w64-x86-64)
+have wine                          || need+=(wine)
+have wine64 || [ -x /usr/lib/wine/wine64 ] || need+=(wine64)
+have cmake                         || need+=(cmake)
+have ninja                         || need+=(ninja-build)
+[ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
+if [ "${VANTREL_NEED_XMLLINT:-0}" = 1 ]; then have xmllint || need+=(libxml2-utils); fi
+
+if [ ${#need[@]} -eq 0 ]; then exit 0; fi
+
+# De-duplicate while keeping the order.
+mapfile -t need < <(printf '%s\n' "${need[@]}" | awk '!seen[$0]++')
+echo "Installing build tools: ${need[*]}"
+sudo=""
+[ "$(id -u)" = 0 ] || sudo="sudo"
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -qq
+$sudo apt-get install -y -qq --no-install-recommends "${need[@]}" >/dev/null
