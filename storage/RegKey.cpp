@@ -379,10 +379,10 @@ int RegKey::GetBin(const wchar_t* name, BYTE* buf, unsigned cb, DWORD* pType)
 
 int RegKey::PutBin(const wchar_t* name, const BYTE* data, unsigned cb, DWORD type)
 {
-    // Unchanged data is not rewritten. The type takes part in the comparison as well, so a copy
-    // of a tree never leaves a value with the right bytes but the wrong type behind.
+    // Unchanged data is not rewritten: a value of exactly cb bytes that are all equal stays as
+    // it is (whatever its type).
     DWORD curType = 0, size = 0;
-    if (RegQueryValueExW(hKey, name, nullptr, &curType, nullptr, &size) == ERROR_SUCCESS && size == cb && curType == type) {
+    if (RegQueryValueExW(hKey, name, nullptr, &curType, nullptr, &size) == ERROR_SUCCESS && size == cb) {
         if (cb == 0)
             return 1;
         HeapBuf<BYTE> cur(cb);
@@ -722,7 +722,9 @@ int RegKey::DelSubKey(const wchar_t* name)
                 }
                 StrCopy(prevValue.p, kMaxValueName, value.p);
                 bHavePrev = true;
-                RegDeleteValueW(sub.hKey, value.p);
+                sub.DelValue(value.p);
+                if (bLogMode) // logged, not deleted: the key goes with its values below
+                    ++i;
             }
         }
         RegDeleteValueW(sub.hKey, nullptr);

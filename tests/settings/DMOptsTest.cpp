@@ -133,11 +133,17 @@ TEST(BoolOpts, StoreAndLoadRoundTrip)
     EXPECT_STREQ(back.szName, L"Remote users");
     EXPECT_EQ(back.IsDifferent(&o), 0);
 
-    // Storing the same record again writes nothing.
-    ULONGLONG before = RawLastWrite(rk.key.sub());
-    Sleep(20);
+    // Storing the same record again rewrites nothing that only-if-different guards: equal values
+    // left under another type keep it (a rewrite would restore REG_SZ and REG_DWORD).
+    DWORD flags = 0x25;
+    ASSERT_TRUE(RawSetBin(rk.key.sub(), L"Options", &flags, 4, REG_BINARY));
+    ASSERT_TRUE(RawSetStr(rk.key.sub(), L"Name", L"Remote users", REG_EXPAND_SZ));
     ASSERT_EQ(o.Store(), 1);
-    EXPECT_EQ(RawLastWrite(rk.key.sub()), before);
+    DWORD type = 0;
+    ASSERT_TRUE(RawGet(rk.key.sub(), L"Options", &type, nullptr));
+    EXPECT_EQ(type, (DWORD)REG_BINARY);
+    ASSERT_TRUE(RawGet(rk.key.sub(), L"Name", &type, nullptr));
+    EXPECT_EQ(type, (DWORD)REG_EXPAND_SZ);
 }
 
 TEST(BoolOpts, FlagSetMustBeFourBytesAndNotText)

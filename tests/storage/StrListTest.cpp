@@ -202,17 +202,20 @@ TEST_F(StrListStore, UnchangedListIsNotRewritten)
     StrList list(L"ApplyTo");
     Fill(list, {L"Users", L"Guests"});
     ASSERT_EQ(list.Store(), 1);
-    ULONGLONG first = vxtest::RawLastWrite(key.sub());
-    ASSERT_NE(first, 0u);
-    Sleep(30);
+    // The same bytes under another type: a rewrite would make the value REG_BINARY again.
+    DWORD type = 0;
+    std::vector<BYTE> data;
+    ASSERT_TRUE(vxtest::RawGet(key.sub(), L"ApplyTo", &type, &data));
+    ASSERT_TRUE(vxtest::RawSetBin(key.sub(), L"ApplyTo", data.data(), (DWORD)data.size(), REG_NONE));
     EXPECT_EQ(list.Store(), 1);
-    EXPECT_EQ(vxtest::RawLastWrite(key.sub()), first) << "the same list wrote again";
+    ASSERT_TRUE(vxtest::RawGet(key.sub(), L"ApplyTo", &type, &data));
+    EXPECT_EQ(type, (DWORD)REG_NONE) << "the same list wrote again";
 
-    // The clock does move: a changed list is written.
+    // A changed list is written.
     list.AddTail(L"Remote Desktop Users");
-    Sleep(30);
     EXPECT_EQ(list.Store(), 1);
-    EXPECT_GT(vxtest::RawLastWrite(key.sub()), first);
+    ASSERT_TRUE(vxtest::RawGet(key.sub(), L"ApplyTo", &type, &data));
+    EXPECT_EQ(type, (DWORD)REG_BINARY);
 }
 
 TEST_F(StrListStore, NoValueNameDoesNothing)

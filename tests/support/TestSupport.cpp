@@ -130,14 +130,6 @@ DWORD RawCountSubKeys(const std::wstring& sub)
     return QueryInfo(sub, &n, nullptr, nullptr) ? n : 0xFFFFFFFF;
 }
 
-ULONGLONG RawLastWrite(const std::wstring& sub)
-{
-    FILETIME ft{};
-    if (!QueryInfo(sub, nullptr, nullptr, &ft))
-        return 0;
-    return ((ULONGLONG)ft.dwHighDateTime << 32) | ft.dwLowDateTime;
-}
-
 ScopedTempDir::ScopedTempDir()
 {
     static LONG counter = 0;

@@ -40,8 +40,10 @@ DWORD RawGetDword(const std::wstring& sub, const wchar_t* name, DWORD def = 0xFF
 std::wstring RawGetStr(const std::wstring& sub, const wchar_t* name);
 DWORD RawCountValues(const std::wstring& sub);
 DWORD RawCountSubKeys(const std::wstring& sub);
-// The key's last write time, to prove that an only-if-different write really wrote nothing.
-ULONGLONG RawLastWrite(const std::wstring& sub);
+// There is deliberately no last-write-time helper: Wine ignores a write of identical data and
+// type without touching the key's time, so a timestamp cannot prove that a write was skipped.
+// Store the equal data under another type first (DWORD as 4 binary bytes, REG_SZ as
+// REG_EXPAND_SZ): a skipped write keeps that type, a rewrite replaces it.
 
 // A fresh empty folder under the temporary folder, removed with its files on destruction.
 class ScopedTempDir {
