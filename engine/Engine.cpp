@@ -1,0 +1,350 @@
+#include "engine/Engine.h"
+
+#include <wtsapi32.h>
+
+#include "base/StrUtil.h"
+#include "engine/EventLog.h"
+#include "engine/Host.h"
+#include "engine/Seams.h"
+#include "engine/VXThread.h"
+#include "engine/VXThreadBkg.h"
+#include "engine/WtsApi32.h"
+#include "settings/MyOpts.h"
+#include "storage/RegKey.h"
+
+namespace {
+MyOpts g_opts;
+wchar_t g_szComputerName[MAX_COMPUTERNAME_LENGTH + 1];
+HANDLE g_hQuitEvent = nullptr;
+volatile LONG g_nSessionsTotal = 0;
+const DWORD kNoSession = 0xFFFFFFFF;
+const DWORD kQuitUserRights = 0x100000; // SYNCHRONIZE: interactive users may only wait on it
+
+// Reads one piece of session information as text; empty when it cannot be had.
+void QueryString(DWORD id, WTS_INFO_CLASS cls, wchar_t* buf, unsigned cch)
+{
+    buf[0] = 0;
+    LPWSTR p = nullptr;
+    DWORD cb = 0;
+    if (WtsApi32::WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, id, cls, &p, &cb) && p) {
+        // Never trust the terminator: copy at most what was returned.
+        StrCopyN(buf, cch, p, cb / sizeof(wchar_t));
+        WtsApi32::WTSFreeMemory(p);
+    }
+}
+
+void QueryUser(DWORD id, wchar_t* domain, wchar_t* user, unsigned cch)
+{
+    domain[0] = user[0] = 0;
+    LPWSTR p = nullptr;
+    DWORD cb = 0;
+    if (WtsApi32::WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, id, WTSSessionInfo, &p, &cb) && p) {
+        if (cb >= sizeof(WTSINFOW)) {
+            const WTSINFOW* info = reinterpret_cast<const WTSINFOW*>(p);
+            StrCopyN(domain, cch, info->Domain, DOMAIN_LENGTH + 1);
+            StrCopyN(user, cch, info->UserName, USERNAME_LENGTH + 1);
+        }
+        WtsApi32::WTSFreeMemory(p);
+        return;
+    }
+    QueryString(id, WTSDomainName, domain, cch);
+    QueryString(id, WTSUserName, user, cch);
+}
+
+// The first group of groups that the list names (whole name, ignoring case), or null.
+const wchar_t* FirstListed(const StrList& groups, const StrList& list)
+{
+    DMPos pos = list.FindStrExactIgnoreCase(groups);
+    if (!pos)
+        return nullptr;
+    // FindStrExactIgnoreCase walks groups in order and returns the place in list; report the
+    // group by its own spelling.
+    const wchar_t* listed = list.GetAt(pos);
+    DMPos g = groups.FindStrExactIgnoreCase(listed);
+    return g ? groups.GetAt(g) : listed;
+}
+} // namespace
+
+MyOpts& EngineOpts() { return g_opts; }
+DWORD EngineSessionsTotal() { return (DWORD)g_nSessionsTotal; }
+HANDLE EngineQuitEvent() { return g_hQuitEvent; }
+const wchar_t* EngineComputerName() { return g_szComputerName; }
+
+DWORD CountActiveSessions()
+{
+    PWTS_SESSION_INFOW info = nullptr;
+    DWORD count = 0, active = 0;
+    if (!WtsApi32::WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, &info, &count) || !info)
+        return 0;
+    for (DWORD i = 0; i < count; ++i)
+        if (info[i].State == WTSActive)
+            ++active;
+    WtsApi32::WTSFreeMemory(info);
+    return active;
+}
+
+int MonitorSession(DWORD id)
+{
+    MyOpts& opts = g_opts;
+    if (LicenceSays(LicenceComputerFlagged))
+        return 0;
+    if (!opts.bEnable) {
+        LogEvent(MSG_NOT_ENABLED_LOGON);
+        return 0;
+    }
+    VXThread* existing = nullptr;
+    VXThread::FindThread(id, existing);
+    if (existing)
+        return 1;
+
+    wchar_t domain[256], user[256], name[256];
+    QueryUser(id, domain, user, 256);
+    if (!user[0]) {
+        // The logon is not complete yet: the background thread tries again in 15 seconds.
+        if (VXThreadBkg* bkg = VXThreadBkg::pThreadBkg)
+            bkg->RefreshDelayed(15);
+        return 0;
+    }
+    if (StrEqualNoCase(domain, g_szComputerName))
+        domain[0] = 0; // a local account
+    if (domain[0])
+        StrFormat(name, L"%s\\%s", domain, user);
+    else
+        StrCopy(name, user);
+
+    if (opts.listExclude.FindStrExactIgnoreCase(name)) {
+        LogEventUser(MSG_SKIPPED_EXCLUDED_USER, name);
+        return 0;
+    }
+    bool included = false;
+    auto checkGroups = [&](const StrList& groups) -> bool {
+        if (const wchar_t* g = FirstListed(groups, opts.listExclude)) {
+            const wchar_t* strings[2] = {name, g};
+            Seams::pfnReportEvent(EventTypeOfId(MSG_SKIPPED_EXCLUDED_GROUP), MSG_SKIPPED_EXCLUDED_GROUP, 2, strings);
+            return false;
+        }
+        if (FirstListed(groups, opts.listInclude))
+            included = true;
+        return true;
+    };
+    if (domain[0]) {
+        StrList groups;
+        Seams::pfnGetUserGroups(domain, user, groups);
+        if (!checkGroups(groups))
+            return 0;
+    }
+    {
+        StrList groups;
+        Seams::pfnGetUserLocalGroups(name, groups);
+        if (!checkGroups(groups))
+            return 0;
+    }
+    if (!included) {
+        if (opts.listInclude.FindStrExactIgnoreCase(name))
+            included = true;
+        else if (!opts.listInclude.IsEmpty()) {
+            LogEventUser(MSG_SKIPPED_NOT_APPLIED, name);
+            return 0;
+        }
+    }
+    if (LicenceSays(LicenceSessionRefused))
+        return 0;
+
+    LogEventUser(MSG_MONITOR_STARTED, name);
+    VXThread* t = new VXThread(opts, id);
+    t->SetUserName(name);
+    VXThread::AddToList(t);
+    if (!t->Start()) {
+        delete t; // takes itself off the list
+        return 0;
+    }
+    t->DeleteIfDone();
+    return 1;
+}
+
+void RefreshSessions(int bFull)
+{
+    MyOpts& opts = g_opts;
+    if (bFull) {
+        opts.Reset();
+        opts.Load();
+    } else {
+        MyOpts previous;
+        previous.CopyFrom(&opts);
+        opts.Load();
+        if (!opts.IsDifferent(&previous))
+            return;
+    }
+    if (opts.bEnable) {
+        InterlockedExchange(&g_nSessionsTotal, 0);
+        if (!opts.bKeepLastActiveUser)
+            VXThread::dwSessionIdActiveUser = kNoSession;
+        PWTS_SESSION_INFOW info = nullptr;
+        DWORD count = 0;
+        if (WtsApi32::WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, &info, &count) && info) {
+            for (DWORD i = 0; i < count; ++i) {
+                if (info[i].State != WTSActive)
+                    continue;
+                InterlockedIncrement(&g_nSessionsTotal);
+                MonitorSession(info[i].SessionId);
+            }
+            WtsApi32::WTSFreeMemory(info);
+        } else if (VXThreadBkg* bkg = VXThreadBkg::pThreadBkg) {
+            bkg->RefreshDelayed(15);
+        }
+    } else {
+        LogEvent(MSG_NOT_ENABLED_MONITORING);
+    }
+    WriteStatus();
+}
+
+void StopMonitoring()
+{
+    VXThread::bQuitAll = 1;
+    if (g_hQuitEvent)
+        SetEvent(g_hQuitEvent);
+    for (int i = 0; i < 10; ++i) {
+        if (VXThread::GetThreadCount() == 0 && !VXThreadBkg::pThreadBkg)
+            break;
+        Sleep(500);
+    }
+}
+
+void WriteStatus()
+{
+    RegKey key(g_opts.GetRegKeyName(), 1);
+    if (!key.IsReady())
+        return;
+    key.PutDwordOrDeleteIfZero(L"SessionsMonitoring", VXThread::GetThreadCount(), 1);
+    if (VXThread::szLastLogOff[0]) {
+        key.PutStr(L"LastLogoff", VXThread::szLastLogOff, 1);
+        VXThread::szLastLogOff[0] = 0;
+    }
+}
+
+// Lets monitoring run: clears the quit flag and event and starts the background thread when it
+// is not running (at start, and after the sessions were released with code 129).
+static void ResumeMonitoring()
+{
+    VXThread::bQuitAll = 0;
+    if (g_hQuitEvent)
+        ResetEvent(g_hQuitEvent);
+    if (VXThreadBkg::pThreadBkg)
+        return;
+    VXThreadBkg* bkg = new VXThreadBkg(g_opts);
+    VXThreadBkg::pThreadBkg = bkg;
+    if (bkg->Start()) {
+        bkg->DeleteIfDone();
+    } else {
+        VXThreadBkg::pThreadBkg = nullptr;
+        delete bkg;
+    }
+}
+
+static void StartEngine()
+{
+    LogEvent(MSG_SERVICE_STARTED);
+    ResumeMonitoring();
+    RefreshSessions(1);
+    if (CountActiveSessions() == 0)
+        if (VXThreadBkg* b = VXThreadBkg::pThreadBkg)
+            b->BeginDelayedShutdown();
+}
+
+static void StopEngine()
+{
+    LogEvent(MSG_SERVICE_STOPPING);
+    StopMonitoring();
+    LogEvent(MSG_SERVICE_STOPPED);
+}
+
+static void OnSessionChange(DWORD type, DWORD id)
+{
+    switch (type) {
+    case WTS_SESSION_LOGON:
+        InterlockedIncrement(&g_nSessionsTotal);
+        [[fallthrough]];
+    case WTS_CONSOLE_CONNECT:
+        g_opts.Load();
+        VXThread::dwSessionIdActiveUser = id;
+        MonitorSession(id);
+        if (VXThreadBkg* bkg = VXThreadBkg::pThreadBkg)
+            if (bkg->IsShutdownArmed() && CountActiveSessions() > 0)
+                bkg->CancelDelayedShutdown();
+        VXThread::TrimStaleSessions(g_opts.bLogoffStale, g_opts.nLogoffStaleCount);
+        WriteStatus();
+        break;
+    case WTS_SESSION_LOGOFF:
+        InterlockedDecrement(&g_nSessionsTotal);
+        if (VXThread::dwSessionIdActiveUser == id)
+            VXThread::dwSessionIdActiveUser = kNoSession;
+        WriteStatus();
+        if (VXThreadBkg* bkg = VXThreadBkg::pThreadBkg)
+            if (CountActiveSessions() == 0)
+                bkg->BeginDelayedShutdown();
+        break;
+    case WTS_SESSION_LOCK:
+    case WTS_SESSION_UNLOCK: {
+        {
+            CritSecLock lock(VXThread::critSec);
+            if (type == WTS_SESSION_UNLOCK)
+                VXThread::dwSessionIdActiveUser = id;
+            VXThread* t = nullptr;
+            VXThread::FindThread(id, t);
+            if (t)
+                t->bLocked = type == WTS_SESSION_LOCK ? 1 : 0;
+        }
+        if (type == WTS_SESSION_UNLOCK)
+            VXThread::TrimStaleSessions(g_opts.bLogoffStale, g_opts.nLogoffStaleCount);
+        WriteStatus();
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+DWORD EngineControl(DWORD dwControl, DWORD dwEventType, LPVOID pEventData, SERVICE_STATUS* pStatus)
+{
+    try {
+        switch (dwControl) {
+        case 0: {
+            DWORD n = MAX_COMPUTERNAME_LENGTH + 1;
+            if (!GetComputerNameW(g_szComputerName, &n))
+                g_szComputerName[0] = 0;
+            if (pStatus)
+                pStatus->dwControlsAccepted |= SERVICE_ACCEPT_SESSIONCHANGE;
+            if (!g_hQuitEvent) {
+                wchar_t name[64];
+                StrFormat(name, L"%s%s", L"Global\\", L"VantrelEventQuit");
+                g_hQuitEvent = VXThread::CreateSessionEvent(name, TRUE, kQuitUserRights);
+            }
+            break;
+        }
+        case 3:
+            StartEngine();
+            break;
+        case 1:
+            StopEngine();
+            break;
+        case SERVICE_CONTROL_SESSIONCHANGE:
+            if (pEventData)
+                OnSessionChange(dwEventType, static_cast<WTSSESSION_NOTIFICATION*>(pEventData)->dwSessionId);
+            break;
+        case 128:
+            // After the sessions were released (129), the settings change starts monitoring again.
+            if (VXThread::bQuitAll)
+                ResumeMonitoring();
+            RefreshSessions(1);
+            break;
+        case 129:
+            StopMonitoring();
+            break;
+        default:
+            break;
+        }
+    } catch (...) {
+        // Nothing may escape into the service manager's thread.
+    }
+    return 0;
+}

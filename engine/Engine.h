@@ -1,0 +1,29 @@
+// The engine's reaction to the service manager and to session changes: start and stop, the
+// session scan, admission of each session ("Enable", "Exclude", "ApplyTo"), the last active user,
+// the shutdown countdown, and the status values the configuration utility shows.
+#pragma once
+#include <windows.h>
+
+class MyOpts;
+
+// The service host's one callback. Codes: 0 initialise, 3 start, 1 stop, 14 session change
+// (event data: WTSSESSION_NOTIFICATION), 128 settings changed (full refresh), 129 release every
+// session (the service keeps running). Always 0.
+DWORD EngineControl(DWORD dwControl, DWORD dwEventType, LPVOID pEventData, SERVICE_STATUS* pStatus);
+
+// Admits the session when the rules allow; 1 when it is watched afterwards.
+int MonitorSession(DWORD dwSessionId);
+// Reloads the settings (full: from scratch; else only when they changed) and scans the sessions.
+void RefreshSessions(int bFull);
+// Ends every session thread and the background thread (waits at most 5 seconds).
+void StopMonitoring();
+// Writes "SessionsMonitoring" and "LastLogoff" when they differ from what is stored.
+void WriteStatus();
+
+// The engine's state, for the service and for tests.
+MyOpts& EngineOpts();
+DWORD EngineSessionsTotal();
+HANDLE EngineQuitEvent();
+const wchar_t* EngineComputerName();
+// The number of sessions in the state WTSActive (0 when the enumeration fails).
+DWORD CountActiveSessions();
