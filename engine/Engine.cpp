@@ -19,6 +19,7 @@ HANDLE g_hQuitEvent = nullptr;
 volatile LONG g_nSessionsTotal = 0;
 const DWORD kNoSession = 0xFFFFFFFF;
 const DWORD kQuitUserRights = 0x100000; // SYNCHRONIZE: interactive users may only wait on it
+bool g_bWtsLoaded = false;
 
 // Reads one piece of session information as text; empty when it cannot be had.
 void QueryString(DWORD id, WTS_INFO_CLASS cls, wchar_t* buf, unsigned cch)
@@ -256,6 +257,12 @@ static void StopEngine()
     LogEvent(MSG_SERVICE_STOPPING);
     StopMonitoring();
     LogEvent(MSG_SERVICE_STOPPED);
+    // The Terminal Services table is cleared when the library goes, so a session thread that
+    // outlived the wait above can no longer reach it.
+    if (g_bWtsLoaded) {
+        WtsApi32::Unload();
+        g_bWtsLoaded = false;
+    }
 }
 
 static void OnSessionChange(DWORD type, DWORD id)
@@ -309,6 +316,8 @@ DWORD EngineControl(DWORD dwControl, DWORD dwEventType, LPVOID pEventData, SERVI
     try {
         switch (dwControl) {
         case 0: {
+            if (!g_bWtsLoaded)
+                g_bWtsLoaded = WtsApi32::Load() != 0;
             DWORD n = MAX_COMPUTERNAME_LENGTH + 1;
             if (!GetComputerNameW(g_szComputerName, &n))
                 g_szComputerName[0] = 0;
