@@ -113,18 +113,25 @@ int MonitorSession(DWORD id)
     else
         StrCopy(name, user);
 
-    if (opts.listExclude.FindStrExactIgnoreCase(name)) {
+    // The lists are copied under the settings lock: a reload may replace them at any moment.
+    StrList include, exclude;
+    {
+        CritSecLock lock(VXThread::csOpts);
+        include.CopyFrom(opts.listInclude);
+        exclude.CopyFrom(opts.listExclude);
+    }
+    if (exclude.FindStrExactIgnoreCase(name)) {
         LogEventUser(MSG_SKIPPED_EXCLUDED_USER, name);
         return 0;
     }
     bool included = false;
     auto checkGroups = [&](const StrList& groups) -> bool {
-        if (const wchar_t* g = FirstListed(groups, opts.listExclude)) {
+        if (const wchar_t* g = FirstListed(groups, exclude)) {
             const wchar_t* strings[2] = {name, g};
             Seams::pfnReportEvent(EventTypeOfId(MSG_SKIPPED_EXCLUDED_GROUP), MSG_SKIPPED_EXCLUDED_GROUP, 2, strings);
             return false;
         }
-        if (FirstListed(groups, opts.listInclude))
+        if (FirstListed(groups, include))
             included = true;
         return true;
     };
@@ -141,9 +148,9 @@ int MonitorSession(DWORD id)
             return 0;
     }
     if (!included) {
-        if (opts.listInclude.FindStrExactIgnoreCase(name))
+        if (include.FindStrExactIgnoreCase(name))
             included = true;
-        else if (!opts.listInclude.IsEmpty()) {
+        else if (!include.IsEmpty()) {
             LogEventUser(MSG_SKIPPED_NOT_APPLIED, name);
             return 0;
         }
@@ -151,6 +158,13 @@ int MonitorSession(DWORD id)
     if (LicenceSays(LicenceSessionRefused))
         return 0;
 
+    // A logon and the background thread's re-scan may admit the same session at once: the
+    // second look and the creation are one step under the list's lock, so a session never gets
+    // two threads.
+    CritSecLock lock(VXThread::critSec);
+    VXThread::FindThread(id, existing);
+    if (existing)
+        return 1;
     LogEventUser(MSG_MONITOR_STARTED, name);
     VXThread* t = new VXThread(opts, id);
     t->SetUserName(name);
@@ -163,19 +177,26 @@ int MonitorSession(DWORD id)
     return 1;
 }
 
+// Loads the settings from the registry and puts them in place. The record is read into a fresh
+// copy first and swapped in under the settings lock, so the session threads, which read it every
+// second, never see it half loaded. Returns 0 when only changes were asked for and none came.
+static int ReloadSettings(int bFull)
+{
+    MyOpts fresh;
+    fresh.Load(); // starts from the defaults, as a reload must
+    CritSecLock lock(VXThread::csOpts);
+    if (!bFull && !g_opts.IsDifferent(&fresh))
+        return 0;
+    g_opts.CopyFrom(&fresh);
+    g_opts.bPolicyInEffect = fresh.bPolicyInEffect;
+    return 1;
+}
+
 void RefreshSessions(int bFull)
 {
     MyOpts& opts = g_opts;
-    if (bFull) {
-        opts.Reset();
-        opts.Load();
-    } else {
-        MyOpts previous;
-        previous.CopyFrom(&opts);
-        opts.Load();
-        if (!opts.IsDifferent(&previous))
-            return;
-    }
+    if (!ReloadSettings(bFull))
+        return;
     if (opts.bEnable) {
         InterlockedExchange(&g_nSessionsTotal, 0);
         if (!opts.bKeepLastActiveUser)
@@ -272,7 +293,7 @@ static void OnSessionChange(DWORD type, DWORD id)
         InterlockedIncrement(&g_nSessionsTotal);
         [[fallthrough]];
     case WTS_CONSOLE_CONNECT:
-        g_opts.Load();
+        ReloadSettings(1);
         VXThread::dwSessionIdActiveUser = id;
         MonitorSession(id);
         if (VXThreadBkg* bkg = VXThreadBkg::pThreadBkg)

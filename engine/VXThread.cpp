@@ -14,6 +14,7 @@
 
 DMList VXThread::list;
 CritSec VXThread::critSec;
+CritSec VXThread::csOpts;
 volatile DWORD VXThread::dwSessionIdActiveUser = 0xFFFFFFFF;
 volatile int VXThread::bQuitAll = 0;
 wchar_t VXThread::szLastLogOff[256];
@@ -290,7 +291,10 @@ void VXThread::ReportScheduleOnce()
 
 int VXThread::IsScheduleInactiveAt(const SYSTEMTIME& when)
 {
-    if (!opts.bUseSchedule || opts.schedule.IsDefault())
+    if (!opts.bUseSchedule)
+        return 0;
+    CritSecLock lock(csOpts);
+    if (opts.schedule.IsDefault())
         return 0;
     wchar_t error[256];
     int r = opts.schedule.GetSecondsRemaining(&when, error, 256);
@@ -374,7 +378,11 @@ void VXThread::DeliverWarning()
 {
     const int locked = bLocked;
     wchar_t builtIn[1024];
-    const wchar_t* text = locked ? opts.szMsgTextLocked : opts.szMsgText;
+    {
+        CritSecLock lock(csOpts);
+        StrCopy(builtIn, locked ? opts.szMsgTextLocked : opts.szMsgText);
+    }
+    const wchar_t* text = builtIn;
     if (!text[0]) {
         LoadResString(locked ? IDS_WARNING_TEXT_LOCKED : IDS_WARNING_TEXT, builtIn, 1024);
         text = builtIn;

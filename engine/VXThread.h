@@ -55,6 +55,9 @@ public:
 
     static DMList list;
     static CritSec critSec;
+    // Guards the texts and lists of the engine's settings record while a reload replaces them
+    // (numbers are plain words, read without it).
+    static CritSec csOpts;
     static volatile DWORD dwSessionIdActiveUser; // 0xFFFFFFFF: none
     static volatile int bQuitAll;
     static wchar_t szLastLogOff[256];
