@@ -26,7 +26,8 @@ int DMThread::Start()
     // for a handed-over thread, delete the object).
     unsigned id = 0;
     SetLastError(0);
-    uintptr_t h = _beginthreadex(nullptr, 0, ThreadEntry, this, CREATE_SUSPENDED, &id);
+    uintptr_t h = _beginthreadex(nullptr, nStackReserve, ThreadEntry, this,
+                                 CREATE_SUSPENDED | (nStackReserve ? STACK_SIZE_PARAM_IS_A_RESERVATION : 0), &id);
     if (!h) {
         if (!GetLastError())
             SetLastError(ERROR_NOT_ENOUGH_MEMORY);

@@ -47,6 +47,9 @@ public:
     DWORD GetThreadId() const { return dwThreadId; }
     // The thread's exit code (STILL_ACTIVE while it runs); 0 when there is no thread.
     int GetExitCode(DWORD* pdwCode) const;
+    // The stack address space to reserve for the thread (0: the program's default); takes effect
+    // at Start. A service with a thread per session keeps these small.
+    void SetStackReserve(unsigned bytes) { nStackReserve = bytes; }
 
 protected:
     // The thread's body; its result is the thread's exit code.
@@ -57,6 +60,7 @@ private:
 
     HANDLE hThread;
     DWORD dwThreadId;
+    unsigned nStackReserve = 0;
 };
 
 class DMThreadEx : public DMThread {

@@ -30,6 +30,8 @@ VXThread::VXThread(MyOpts& o, DWORD id)
       dwWarnMin(0), dwTimeoutSec(0), dwWarnSec(0), bWarned(0), bFirstPass(1), bRunning(1)
 {
     szUserName[0] = 0;
+    // One thread per watched session: a terminal server may hold hundreds of them.
+    SetStackReserve(256 * 1024);
 }
 
 VXThread::~VXThread()
