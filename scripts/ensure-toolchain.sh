@@ -13,7 +13,7 @@ have wine64 || [ -x /usr/lib/wine/wine64 ] || need+=(wine64)
 have cmake                         || need+=(cmake)
 have ninja                         || need+=(ninja-build)
 [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
-if [ "${VANTREL_NEED_XMLLINT:-0}" = 1 ]; then have xmllint || need+=(libxml2-utils); fi
+have xmllint                       || need+=(libxml2-utils)
 
 if [ ${#need[@]} -eq 0 ]; then exit 0; fi
 
