@@ -38,6 +38,12 @@ public:
     // Writes the settings to the local or staging key (never the policy keys); 1 on success.
     int WritePolicy();
 
+    // The settings file: the record goes through the "Temp" staging subkey of its own key, which
+    // is written to (or read from) the file. owner is the window of any message (null: none).
+    // Import leaves the record as it was when the file cannot be read; neither leaves "Temp".
+    int Export(HWND owner, const wchar_t* path);
+    int Import(HWND owner, const wchar_t* path);
+
     // The warning text for the user: the custom text (or the built-in one) with every "%d"
     // replaced by the time left, "a:bb".
     void FormatUserMsg(wchar_t* out, unsigned cchOut, int bLocked, unsigned a, unsigned b);
