@@ -167,6 +167,40 @@ TEST_F(Engine, LogonBeforeTheUserNameIsKnownIsAdmittedByTheRescan)
     EXPECT_TRUE(WaitUntil([&] { return Watched(7); }, 3000)) << "the background thread's re-scan admits it";
 }
 
+TEST_F(Engine, UserNameFromTheOlderQueriesWhenSessionInfoIsMissing)
+{
+    ts.Fail(simts::kCallQuery, ERROR_NOT_SUPPORTED, simts::kForever, simts::kAnySession, WTSSessionInfo);
+    Start();
+    ts.Logon(3, L"hank", L"CORP");
+    EXPECT_TRUE(Watched(3));
+    EXPECT_EQ(StringsOf(MSG_MONITOR_STARTED), std::vector<std::wstring>{L"CORP\\hank"});
+}
+
+TEST_F(Engine, SessionThreadsHearTheirMonitorThroughTheNamedEvents)
+{
+    Start();
+    ts.Logon(4, L"ivy", L"CORP");
+    VXThread* t = nullptr;
+    VXThread::FindThread(4, t);
+    ASSERT_NE(t, nullptr);
+    wchar_t name[128];
+    VXThread::FormatEventName(name, 128, L"VantrelEventIdle-%ld", 4);
+    HANDLE idle = nullptr;
+    ASSERT_TRUE(WaitUntil([&] { return (idle = OpenEventW(EVENT_MODIFY_STATE, FALSE, name)) != nullptr; }));
+    clock.Advance(5 * 60000);
+    SetEvent(idle);
+    CloseHandle(idle);
+    EXPECT_TRUE(WaitUntil([&] { return t->GetLastActivity() == clock.Tick(); }, 3000)) << "activity restarts the count";
+
+    VXThread::FormatEventName(name, 128, L"VantrelEventCancel-%ld", 4);
+    HANDLE cancel = OpenEventW(EVENT_MODIFY_STATE, FALSE, name);
+    ASSERT_NE(cancel, nullptr);
+    SetEvent(cancel);
+    CloseHandle(cancel);
+    EXPECT_TRUE(WaitUntil([&] { return !Watched(4); }, 3000)) << "the session's end stops its thread";
+    EXPECT_TRUE(ts.Logoffs().empty()) << "without logging anyone off";
+}
+
 TEST_F(Engine, DisabledMonitoringWatchesNobody)
 {
     RawSetDword(settings.sub(), L"Enable", 0);
