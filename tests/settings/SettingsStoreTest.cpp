@@ -269,40 +269,6 @@ TEST_F(SettingsKeys, StoreWritesOnlyChangesAndNeverThePolicy)
     EXPECT_EQ(back.IsDifferent(&o), 0);
 }
 
-TEST_F(SettingsKeys, FullRecordRoundTrip)
-{
-    MyOpts o;
-    o.Reset();
-    o.SetAll(0x3);
-    o.bEnable = 1;
-    o.nTimeout = 9999;
-    o.nMsgTimeout = 0;
-    o.bLogoffStale = 1;
-    o.nLogoffStaleCount = 2;
-    o.bKeepLastActiveUser = 1;
-    o.bFullScreen = 1;
-    o.bMonitorKB = 0;
-    o.bMonitorCPU = 1;
-    o.nPercentCPU = 80;
-    StrCopy(o.szMsgText, L"Caf\u00e9 closes in %d \"now\" & <then>");
-    StrCopy(o.szMsgTextLocked, L"Locked %d");
-    o.bUseSchedule = 1;
-    o.SetSchedule(L"Mon 8:00-17:30; Tue 0:00-24:00");
-    o.listExclude.RemoveAll();
-    o.bShutdown = 1;
-    o.nShutdownTimeout = 60;
-    o.nShutdownAction = 2;
-    ASSERT_EQ(o.Store(), 1);
-    EXPECT_FALSE(RawKeyExists(Local(L"Exclude\\x")));
-    EXPECT_EQ(RawCountValues(Local(L"Exclude")), 0u) << "an empty list is an empty subkey";
-
-    MyOpts back;
-    ASSERT_EQ(back.Load(), 1);
-    EXPECT_EQ(back.IsDifferent(&o), 0);
-    EXPECT_STREQ(back.szMsgText, o.szMsgText);
-    EXPECT_TRUE(back.listExclude.IsEmpty());
-}
-
 TEST_F(SettingsKeys, StagingKeyCarriesThePolicyState)
 {
     RawSetDword(policy.sub(), L"Enable", 1); // the staging road never consults the policy
