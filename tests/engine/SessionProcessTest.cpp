@@ -1,6 +1,5 @@
 // Starting a program in a session as its user, with the session's token coming from a
 // replaced WTSQueryUserToken (Wine's own hands out the caller's token for any session).
-#include <windows.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -24,51 +23,29 @@ BOOL WINAPI OwnTokenForAnySession(ULONG session, PHANDLE phToken)
     return TRUE;
 }
 
-BOOL WINAPI NoToken(ULONG, PHANDLE phToken)
+TEST(SessionProcess, StartsTheCommandAsTheSessionUserOrNothingWithoutAToken)
 {
-    *phToken = nullptr;
-    SetLastError(ERROR_NO_TOKEN);
-    return FALSE;
-}
-
-class SessionProcess : public ::testing::Test {
-protected:
-    void SetUp() override { saved = WtsApi32::fns; }
-    void TearDown() override { WtsApi32::fns = saved; }
-    WtsApi32Fns saved;
-};
-
-TEST_F(SessionProcess, NoTokenStartsNothing)
-{
-    WtsApi32::fns.pfnWTSQueryUserToken = NoToken;
+    WtsApi32Fns saved = WtsApi32::fns;
+    WtsApi32::fns.pfnWTSQueryUserToken = nullptr;   // no token for the session: nothing starts
     SetLastError(0xdeadbeef);
-    EXPECT_EQ(Seams::pfnStartProcessInSession(3, L"cmd.exe /c exit"), 0);
-    EXPECT_EQ(GetLastError(), (DWORD)ERROR_NO_TOKEN);
+    EXPECT_EQ(0, Seams::pfnStartProcessInSession(3, L"cmd.exe /c exit"));
+    EXPECT_EQ((DWORD)ERROR_PROC_NOT_FOUND, GetLastError());
 
-    // The function missing from the system's library counts the same.
-    WtsApi32::fns.pfnWTSQueryUserToken = nullptr;
-    EXPECT_EQ(Seams::pfnStartProcessInSession(3, L"cmd.exe /c exit"), 0);
-    EXPECT_EQ(GetLastError(), (DWORD)ERROR_PROC_NOT_FOUND);
-}
-
-TEST_F(SessionProcess, RunsTheCommandLineWithTheSessionUsersToken)
-{
     vxtest::ScopedTempDir dir;
     std::wstring marker = dir.file(L"started.txt");
     std::wstring cmd = L"cmd.exe /c echo started> \"" + marker + L"\"";
-
     WtsApi32::fns.pfnWTSQueryUserToken = OwnTokenForAnySession;
-    ASSERT_EQ(Seams::pfnStartProcessInSession(3, cmd.c_str()), 1) << "error " << GetLastError();
-    EXPECT_EQ(g_askedSession, 3u);
-    // The session user's token is not kept open.
+    int started = Seams::pfnStartProcessInSession(3, cmd.c_str());
+    WtsApi32::fns = saved;
+    ASSERT_EQ(1, started) << "error " << GetLastError();
+    EXPECT_EQ(3u, g_askedSession);
     DWORD flags = 0;
-    EXPECT_FALSE(GetHandleInformation(g_handedToken, &flags));
-
+    EXPECT_FALSE(GetHandleInformation(g_handedToken, &flags)) << "the user's token is not kept open";
     // The process runs on its own; the call did not wait for it.
     std::vector<BYTE> bytes;
     for (int i = 0; i < 200 && !(vxtest::ReadFileBytes(marker, &bytes) && bytes.size() >= 9); ++i)
         Sleep(50);
-    EXPECT_EQ(std::string(bytes.begin(), bytes.end()).substr(0, 7), "started");
+    EXPECT_EQ("started", std::string(bytes.begin(), bytes.end()).substr(0, 7));
 }
 
 } // namespace

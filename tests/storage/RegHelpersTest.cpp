@@ -4,288 +4,146 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <string>
-#include <vector>
 
-#include "storage/RegKey.h"
-#include "support/TestSupport.h"
 #include "RegTestUtil.h"
 
+using regtest::KeyExists;
+using regtest::MachineGetStr;
 using vxtest::ScopedTestKey;
 
 namespace {
 
-static_assert(sizeof(LOGFONTW) == 92, "fonts are stored as 92-byte values");
-
-// A product name nobody else uses, with its keys under Software\Korvane and Software\Drelmark
-// of both hives removed before and after. The company keys themselves are only removed when
-// this test created them and left them empty.
-class ScopedProduct {
-public:
-    ScopedProduct()
-    {
-        static LONG counter = 0;
-        name_ = L"VantrelTest_" + std::to_wstring(GetCurrentProcessId()) + L"_" + std::to_wstring(InterlockedIncrement(&counter));
-        for (int i = 0; i < 4; ++i)
-            existed_[i] = ParentExists(i);
-        Clean();
-    }
+// A product name nobody else uses. Its keys in both hives are removed before and after, and so
+// are the company keys once empty (their deletion fails while another product is below them).
+struct ScopedProduct {
+    static inline int counter = 0;
+    const std::wstring name = L"VantrelTest_" + std::to_wstring(GetCurrentProcessId()) + L"_" + std::to_wstring(++counter);
+    ScopedProduct() { Clean(); }
     ~ScopedProduct()
     {
         Clean();
-        for (int i = 0; i < 4; ++i) {
-            DWORD subkeys = 1, values = 1;
-            HKEY k;
-            if (existed_[i] || RegOpenKeyExW(Root(i), Parent(i), 0, KEY_READ, &k) != ERROR_SUCCESS)
-                continue;
-            RegQueryInfoKeyW(k, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values, nullptr, nullptr, nullptr, nullptr);
-            RegCloseKey(k);
-            if (subkeys == 0 && values == 0)
-                RegDeleteKeyW(Root(i), Parent(i));
-        }
+        for (HKEY root : {HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER})
+            RegDeleteKeyW(root, L"Software\\Korvane"), RegDeleteKeyW(root, L"Software\\Drelmark");
     }
-    ScopedProduct(const ScopedProduct&) = delete;
-    ScopedProduct& operator=(const ScopedProduct&) = delete;
-
-    const wchar_t* name() const { return name_.c_str(); }
-    std::wstring Korvane(const std::wstring& rel = L"") const { return Under(L"Software\\Korvane\\", rel); }
-    std::wstring Drelmark(const std::wstring& rel = L"") const { return Under(L"Software\\Drelmark\\", rel); }
-    bool DrelmarkExistedBefore(bool bUser) const { return existed_[bUser ? 3 : 1]; }
-
-private:
-    static HKEY Root(int i) { return i < 2 ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER; }
-    static const wchar_t* Parent(int i) { return i % 2 ? L"Software\\Drelmark" : L"Software\\Korvane"; }
-    static bool ParentExists(int i)
+    std::wstring Korvane(const std::wstring& rel = L"") const { return L"Software\\Korvane\\" + name + (rel.empty() ? L"" : L"\\" + rel); }
+    std::wstring Drelmark(const std::wstring& rel = L"") const { return L"Software\\Drelmark\\" + name + (rel.empty() ? L"" : L"\\" + rel); }
+    void Clean() const
     {
-        HKEY k;
-        if (RegOpenKeyExW(Root(i), Parent(i), 0, KEY_READ, &k) != ERROR_SUCCESS)
-            return false;
-        RegCloseKey(k);
-        return true;
+        for (const std::wstring& sub : {Korvane(), Drelmark(), Drelmark() + L"_sibling"})
+            regtest::MachineDeleteTree(sub), vxtest::RawDeleteTree(sub);
     }
-    std::wstring Under(const wchar_t* company, const std::wstring& rel) const
-    {
-        return company + name_ + (rel.empty() ? L"" : L"\\" + rel);
-    }
-    void Clean()
-    {
-        for (const std::wstring& sub : {Korvane(), Drelmark(), Korvane() + L"_sibling", Drelmark() + L"_sibling"}) {
-            regtest::MachineDeleteTree(sub);
-            vxtest::RawDeleteTree(sub);
-        }
-    }
-    std::wstring name_;
-    bool existed_[4];
 };
 
+// Catches swapped or misnamed rectangle fields, absent fields overwritten, fonts accepted at
+// the wrong size, and a dropped font left dangling.
 TEST(RegHelpers, RectanglesAndFonts)
 {
     ScopedTestKey t(L"rectfont");
-    RegKey k(t.path().c_str(), 1);
-    ASSERT_TRUE(k.IsReady());
-
-    RECT rc = {1, -2, 300, 400};
+    RegKey k(t.path().c_str(), 1), ro(t.path().c_str(), 0);
+    RECT rc = {1, -2, 300, 400}, got = {7, 7, 7, 7};
     EXPECT_TRUE(RegPutRect(k, &rc, L"Wnd"));
-    EXPECT_EQ(vxtest::RawGetDword(t.sub(), L"WndL"), 1u);
-    EXPECT_EQ(vxtest::RawGetDword(t.sub(), L"WndT"), 0xFFFFFFFEu);
-    EXPECT_EQ(vxtest::RawGetDword(t.sub(), L"WndR"), 300u);
-    EXPECT_EQ(vxtest::RawGetDword(t.sub(), L"WndB"), 400u);
-    {
-        RegKey ro(t.path().c_str(), 0);
-        EXPECT_TRUE(RegPutRect(ro, &rc, L"Wnd")) << "an unchanged rectangle is not written";
-        RECT moved = {1, -2, 301, 400};
-        EXPECT_FALSE(RegPutRect(ro, &moved, L"Wnd"));
-    }
-    RECT got = {7, 7, 7, 7};
-    EXPECT_TRUE(RegGetRect(k, &got, L"Wnd"));
-    EXPECT_EQ(got.left, 1);
-    EXPECT_EQ(got.top, -2);
-    EXPECT_EQ(got.right, 300);
-    EXPECT_EQ(got.bottom, 400);
+    for (auto f : {std::make_pair(L"WndL", 1), {L"WndT", -2}, {L"WndR", 300}, {L"WndB", 400}})
+        EXPECT_EQ(vxtest::RawGetDword(t.sub(), f.first), (DWORD)f.second) << testing::PrintToString(std::wstring(f.first));
+    EXPECT_TRUE(RegPutRect(ro, &rc, L"Wnd")) << "an unchanged rectangle is not written";
+    EXPECT_FALSE(RegPutRect(ro, &got, L"Wnd"));
     ASSERT_TRUE(k.DelValue(L"WndT"));
-    RECT partial = {7, 7, 7, 7};
-    EXPECT_FALSE(RegGetRect(k, &partial, L"Wnd")) << "not every field was stored";
-    EXPECT_EQ(partial.top, 7) << "an absent field keeps its value";
-    EXPECT_EQ(partial.right, 300);
-    RECT none = {5, 6, 7, 8};
-    EXPECT_FALSE(RegGetRect(k, &none, L"Other"));
-    EXPECT_EQ(none.left, 5);
-    EXPECT_EQ(none.bottom, 8);
+    EXPECT_FALSE(RegGetRect(k, &got, L"Wnd")) << "not every field was stored";
+    EXPECT_TRUE(got.left == 1 && got.top == 7 && got.right == 300 && got.bottom == 400) << "an absent field keeps its value";
 
-    LOGFONTW font{};
-    font.lfHeight = -12;
-    font.lfWeight = FW_BOLD;
+    LOGFONTW font{}, *p = nullptr;
     wcscpy(font.lfFaceName, L"Tahoma");
     EXPECT_TRUE(RegPutLogFont(k, L"Font", &font));
-    std::vector<BYTE> stored;
-    DWORD type = 0;
-    ASSERT_TRUE(vxtest::RawGet(t.sub(), L"Font", &type, &stored));
-    EXPECT_EQ(type, (DWORD)REG_BINARY);
-    ASSERT_EQ(stored.size(), 92u);
-    EXPECT_EQ(memcmp(stored.data(), &font, 92), 0);
-
-    LOGFONTW* p = nullptr;
-    EXPECT_TRUE(RegGetLogFont(k, L"Font", p));
-    ASSERT_NE(p, nullptr);
+    EXPECT_TRUE(k.GetBinSize(L"Font") == 92 && k.GetValueType(L"Font") == REG_BINARY) << "a LOGFONTW as 92 binary bytes";
+    ASSERT_TRUE(RegGetLogFont(k, L"Font", p) && p);
     EXPECT_EQ(memcmp(p, &font, 92), 0);
-    LOGFONTW* const held = p;
-    font.lfHeight = -20;
-    ASSERT_TRUE(vxtest::RawSetBin(t.sub(), L"Font", &font, 92));
-    EXPECT_TRUE(RegGetLogFont(k, L"Font", p));
-    EXPECT_EQ(p, held) << "a font already held is reused";
-    EXPECT_EQ(p->lfHeight, -20);
-
-    // A value of any other size is not a font: the caller's font is dropped.
     ASSERT_TRUE(vxtest::RawSetBin(t.sub(), L"Font", &font, 91));
-    EXPECT_FALSE(RegGetLogFont(k, L"Font", p));
-    EXPECT_EQ(p, nullptr);
-    ASSERT_NE(RegNewLogFont(p), nullptr);
-    EXPECT_EQ(p->lfHeight, 0);
-    EXPECT_EQ(RegNewLogFont(p), p);
-    EXPECT_FALSE(RegGetLogFont(k, L"Absent", p));
-    EXPECT_EQ(p, nullptr);
-
-    EXPECT_TRUE(RegPutLogFont(k, L"Font", nullptr));
-    EXPECT_FALSE(vxtest::RawValueExists(t.sub(), L"Font"));
-    RegNewLogFont(p);
-    RegDelLogFont(p);
-    EXPECT_EQ(p, nullptr);
-    RegDelLogFont(p);
+    EXPECT_FALSE(RegGetLogFont(k, L"Font", p) || p) << "a value of another size is not a font: the font is dropped";
 }
 
+// Catches a wrong key path or value name for "Home" (the log line shows both), and a read that
+// creates the key.
 TEST(RegHelpers, HomeFolderInTheMachineKey)
 {
     ScopedProduct prod;
-    wchar_t buf[MAX_PATH];
-    wcscpy(buf, L"junk");
-    EXPECT_FALSE(GetHomeFolder(prod.name(), buf));
-    EXPECT_STREQ(buf, L"");
-    EXPECT_FALSE(regtest::MachineKeyExists(prod.Korvane())) << "reading creates nothing";
-
-    wchar_t home[] = L"C:\\Program Files\\Korvane\\Vantrel";
+    const wchar_t* p = prod.name.c_str();
+    wchar_t buf[MAX_PATH] = L"junk", home[] = L"C:\\Program Files\\Korvane\\Vantrel", other[] = L"D:\\Elsewhere";
+    EXPECT_FALSE(GetHomeFolder(p, buf) || buf[0]) << "the buffer is emptied";
+    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, prod.Korvane())) << "reading creates nothing";
     {
-        // Described in log mode: one key line and the value, nothing written.
         regtest::LogGuard guard;
         regtest::Guarded<256> log;
         RegKey::StartLog(log.buf);
-        EXPECT_TRUE(ProcessHomeFolder(RegKey::OpWrite, prod.name(), home, MAX_PATH));
+        EXPECT_TRUE(ProcessHomeFolder(RegKey::OpWrite, p, home, MAX_PATH));
         RegKey::EndLog();
-        EXPECT_EQ(std::wstring(log.buf), L"[HKLM\\Software\\Korvane\\" + std::wstring(prod.name()) + L"\\Setup]\r\nHome=" + home + L"\r\n");
-        EXPECT_FALSE(regtest::MachineKeyExists(prod.Korvane()));
+        EXPECT_EQ(std::wstring(log.buf), L"[HKLM\\" + prod.Korvane(L"Setup") + L"]\r\nHome=" + home + L"\r\n");
     }
-    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpWrite, prod.name(), home, MAX_PATH));
-    DWORD type = 0;
-    EXPECT_EQ(regtest::MachineGetStr(prod.Korvane(L"Setup"), L"Home", &type), home);
-    EXPECT_EQ(type, (DWORD)REG_SZ);
-
-    EXPECT_TRUE(GetHomeFolder(prod.name(), buf));
+    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpWrite, p, home, MAX_PATH) && GetHomeFolder(p, buf));
     EXPECT_STREQ(buf, home);
-    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpCheck, prod.name(), home, MAX_PATH));
-    wchar_t other[] = L"D:\\Elsewhere";
-    EXPECT_FALSE(ProcessHomeFolder(RegKey::OpCheck, prod.name(), other, MAX_PATH));
-    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpDelete, prod.name(), other, MAX_PATH));
-    EXPECT_EQ(regtest::MachineGetStr(prod.Korvane(L"Setup"), L"Home"), L"<absent>");
-    EXPECT_FALSE(GetHomeFolder(prod.name(), buf));
+    DWORD type = 0;
+    EXPECT_TRUE(MachineGetStr(prod.Korvane(L"Setup"), L"Home", &type) == home && type == REG_SZ);
+    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpCheck, p, home, MAX_PATH) && !ProcessHomeFolder(RegKey::OpCheck, p, other, MAX_PATH));
+    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpDelete, p, other, MAX_PATH) && MachineGetStr(prod.Korvane(L"Setup"), L"Home") == L"<absent>");
 }
 
-TEST(RegHelpers, HomeFolderOfAnInstallationUnderTheFormerCompanyName)
+// Catches a read that does not fall back to, or that moves, the former company key; a write
+// that does not move it first (deep content included); a move over an existing new key; and
+// the company key removed while another product lives there, or kept once empty.
+TEST(RegHelpers, HomeFolderAndSettingsUnderTheFormerCompanyName)
 {
     ScopedProduct prod;
-    ASSERT_TRUE(regtest::MachineSetStr(prod.Drelmark(L"Setup"), L"Home", L"D:\\Legacy"));
-    ASSERT_TRUE(regtest::MachineSetStr(prod.Drelmark(L"Setup"), L"Other", L"kept"));
-
-    // Reading falls back to the former key and leaves it where it is.
-    wchar_t buf[MAX_PATH];
-    EXPECT_TRUE(GetHomeFolder(prod.name(), buf));
+    const wchar_t* p = prod.name.c_str();
+    const bool hadCompanyKey = KeyExists(HKEY_LOCAL_MACHINE, L"Software\\Drelmark");
+    ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, prod.Drelmark(L"Setup").c_str(), L"Home", REG_SZ, L"D:\\Legacy", 20), ERROR_SUCCESS);
+    wchar_t buf[MAX_PATH], home[] = L"E:\\New";
+    EXPECT_TRUE(GetHomeFolder(p, buf));
     EXPECT_STREQ(buf, L"D:\\Legacy");
-    EXPECT_FALSE(regtest::MachineKeyExists(prod.Korvane()));
-    EXPECT_TRUE(regtest::MachineKeyExists(prod.Drelmark()));
+    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, prod.Korvane()));
+    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpWrite, p, home, MAX_PATH));
+    EXPECT_EQ(MachineGetStr(prod.Korvane(L"Setup"), L"Home"), L"E:\\New");
+    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, prod.Drelmark()));
+    EXPECT_TRUE(hadCompanyKey || !KeyExists(HKEY_LOCAL_MACHINE, L"Software\\Drelmark")) << "the emptied company key goes";
 
-    // Writing moves the former key first, then writes.
-    wchar_t home[] = L"E:\\New";
-    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpWrite, prod.name(), home, MAX_PATH));
-    EXPECT_EQ(regtest::MachineGetStr(prod.Korvane(L"Setup"), L"Home"), L"E:\\New");
-    EXPECT_EQ(regtest::MachineGetStr(prod.Korvane(L"Setup"), L"Other"), L"kept");
-    EXPECT_FALSE(regtest::MachineKeyExists(prod.Drelmark()));
-    if (!prod.DrelmarkExistedBefore(false)) {
-        EXPECT_FALSE(regtest::MachineKeyExists(L"Software\\Drelmark")) << "the emptied company key goes";
-    }
-}
-
-TEST(RegHelpers, MoveLegacyKeyInTheUserHive)
-{
-    ScopedProduct prod;
-    // Nothing to move: nothing is created.
-    EXPECT_TRUE(MoveLegacyKey(1, prod.name()));
-    EXPECT_FALSE(vxtest::RawKeyExists(prod.Korvane()));
-
-    ASSERT_TRUE(vxtest::RawSetDword(prod.Drelmark(), L"Timeout", 30));
+    EXPECT_TRUE(MoveLegacyKey(1, p) && !vxtest::RawKeyExists(prod.Korvane())) << "nothing to move: nothing created";
     ASSERT_TRUE(vxtest::RawSetStr(prod.Drelmark(L"Setup\\Restrictions"), L"Note", L"deep"));
     ASSERT_TRUE(vxtest::RawSetDword(prod.Drelmark() + L"_sibling", L"V", 1));
-    EXPECT_TRUE(MoveLegacyKey(1, prod.name()));
-    EXPECT_EQ(vxtest::RawGetDword(prod.Korvane(), L"Timeout"), 30u);
+    EXPECT_TRUE(MoveLegacyKey(1, p));
     EXPECT_EQ(vxtest::RawGetStr(prod.Korvane(L"Setup\\Restrictions"), L"Note"), L"deep");
     EXPECT_FALSE(vxtest::RawKeyExists(prod.Drelmark()));
     EXPECT_TRUE(vxtest::RawKeyExists(prod.Drelmark() + L"_sibling")) << "another product's key stays";
-    EXPECT_TRUE(vxtest::RawKeyExists(L"Software\\Drelmark")) << "not empty, so it stays";
-
-    // Once the new key exists, the former one is left alone.
-    ASSERT_TRUE(vxtest::RawSetDword(prod.Drelmark(), L"Timeout", 99));
-    EXPECT_TRUE(MoveLegacyKey(1, prod.name()));
-    EXPECT_EQ(vxtest::RawGetDword(prod.Korvane(), L"Timeout"), 30u);
-    EXPECT_EQ(vxtest::RawGetDword(prod.Drelmark(), L"Timeout"), 99u);
-
-    // The last product moved takes the company key with it.
-    vxtest::RawDeleteTree(prod.Drelmark() + L"_sibling");
-    vxtest::RawDeleteTree(prod.Korvane());
-    EXPECT_TRUE(MoveLegacyKey(1, prod.name()));
-    EXPECT_EQ(vxtest::RawGetDword(prod.Korvane(), L"Timeout"), 99u);
-    if (!prod.DrelmarkExistedBefore(true)) {
-        EXPECT_FALSE(vxtest::RawKeyExists(L"Software\\Drelmark"));
-    }
+    ASSERT_TRUE(vxtest::RawSetStr(prod.Drelmark(), L"Note", L"old"));
+    EXPECT_TRUE(MoveLegacyKey(1, p));
+    EXPECT_TRUE(vxtest::RawKeyExists(prod.Drelmark())) << "the new key exists: nothing moves";
 }
 
+// Catches a wrong restriction key path and missing keys or values not reading as 0.
 TEST(RegHelpers, RestrictedReadsTheUserRestrictionKey)
 {
     ScopedProduct prod;
-    EXPECT_EQ(Restricted(prod.name(), L"NoExit"), 0) << "missing key";
-    ASSERT_TRUE(vxtest::RawSetDword(prod.Korvane(L"Setup\\Restrictions"), L"NoExit", 1));
-    ASSERT_TRUE(vxtest::RawSetDword(prod.Korvane(L"Setup\\Restrictions"), L"NoConfig", 2));
-    EXPECT_EQ(Restricted(prod.name(), L"NoExit"), 1);
-    EXPECT_EQ(Restricted(prod.name(), L"NoConfig"), 2);
-    EXPECT_EQ(Restricted(prod.name(), L"Absent"), 0);
-    EXPECT_EQ(Restricted(prod.name(), nullptr), 0);
+    EXPECT_EQ(Restricted(prod.name.c_str(), L"NoExit"), 0) << "missing key";
+    ASSERT_TRUE(vxtest::RawSetDword(prod.Korvane(L"Setup\\Restrictions"), L"NoExit", 2));
+    EXPECT_EQ(Restricted(prod.name.c_str(), L"NoExit"), 2);
+    EXPECT_TRUE(Restricted(prod.name.c_str(), L"Absent") == 0 && Restricted(prod.name.c_str(), nullptr) == 0);
 }
 
+// Catches wrong value names or types for the event log, and removal that deletes a source key
+// still holding other values, or keeps an empty one.
 TEST(RegHelpers, EventSourceRegistration)
 {
     const std::wstring source = L"VantrelTest_" + std::to_wstring(GetCurrentProcessId());
     const std::wstring sub = L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\" + source;
+    DWORD type = 0, types = 0, cb = 4;
     regtest::MachineDeleteTree(sub);
-
+    EXPECT_TRUE(RegisterEventSourceFile(source.c_str(), L"C:\\Vantrel\\VXMSG.DLL"));
+    EXPECT_TRUE(RegGetValueW(HKEY_LOCAL_MACHINE, sub.c_str(), L"TypesSupported", RRF_RT_REG_DWORD, nullptr, &types, &cb) == ERROR_SUCCESS && types == 7)
+        << "a DWORD 7: errors, warnings and information; got " << types;
+    EXPECT_TRUE(MachineGetStr(sub, L"EventMessageFile", &type) == L"C:\\Vantrel\\VXMSG.DLL" && type == REG_SZ);
+    ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, sub.c_str(), L"CategoryMessageFile", REG_SZ, L"D:\\CAT.DLL", 22), ERROR_SUCCESS);
     EXPECT_TRUE(RegisterEventSourceFile(source.c_str(), nullptr));
-    EXPECT_FALSE(regtest::MachineKeyExists(sub)) << "removing an unknown source creates nothing";
-
-    EXPECT_TRUE(RegisterEventSourceFile(source.c_str(), L"C:\\Program Files\\Vantrel\\VXMSG.DLL"));
-    DWORD type = 0;
-    EXPECT_EQ(regtest::MachineGetDword(sub, L"TypesSupported", &type), 7u);
-    EXPECT_EQ(type, (DWORD)REG_DWORD);
-    EXPECT_EQ(regtest::MachineGetStr(sub, L"EventMessageFile", &type), L"C:\\Program Files\\Vantrel\\VXMSG.DLL");
-    EXPECT_EQ(type, (DWORD)REG_SZ);
-    EXPECT_TRUE(RegisterEventSourceFile(source.c_str(), L"D:\\VXMSG.DLL"));
-    EXPECT_EQ(regtest::MachineGetStr(sub, L"EventMessageFile"), L"D:\\VXMSG.DLL");
-
+    EXPECT_EQ(MachineGetStr(sub, L"EventMessageFile") + MachineGetStr(sub, L"TypesSupported"), L"<absent><absent>");
+    EXPECT_EQ(MachineGetStr(sub, L"CategoryMessageFile"), L"D:\\CAT.DLL");
+    ASSERT_EQ(RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, sub.c_str(), L"CategoryMessageFile"), ERROR_SUCCESS);
     EXPECT_TRUE(RegisterEventSourceFile(source.c_str(), nullptr));
-    EXPECT_FALSE(regtest::MachineKeyExists(sub));
-
-    // A source key holding something else loses only the two values.
-    ASSERT_TRUE(RegisterEventSourceFile(source.c_str(), L"D:\\VXMSG.DLL"));
-    ASSERT_TRUE(regtest::MachineSetStr(sub, L"CategoryMessageFile", L"D:\\CAT.DLL"));
-    EXPECT_TRUE(RegisterEventSourceFile(source.c_str(), nullptr));
-    EXPECT_TRUE(regtest::MachineKeyExists(sub));
-    EXPECT_EQ(regtest::MachineGetStr(sub, L"EventMessageFile"), L"<absent>");
-    EXPECT_EQ(regtest::MachineGetDword(sub, L"TypesSupported"), 0xFFFFFFFFu);
-    EXPECT_EQ(regtest::MachineGetStr(sub, L"CategoryMessageFile"), L"D:\\CAT.DLL");
+    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, sub)) << "an emptied source key goes";
     regtest::MachineDeleteTree(sub);
 }
 
