@@ -11,6 +11,9 @@ scripts/ensure-toolchain.sh
 cmake --preset windows -B "$build" >/dev/null
 cmake --build "$build"
 
+# The parsers built natively with sanitizers, then fuzzed: VX_FUZZ_SECONDS per target (default 60).
+scripts/fuzz.sh
+
 prefix=$build/wineprefix
 cmake/wine-run.sh "$prefix" --init
 # One persistent Wine server for the whole run: each test launch then costs milliseconds.

@@ -14,6 +14,10 @@ have cmake                         || need+=(cmake)
 have ninja                         || need+=(ninja-build)
 [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
 have xmllint                       || need+=(libxml2-utils)
+# The native sanitizer and fuzzing build of the parsers (scripts/fuzz.sh): clang-14 with its
+# libFuzzer and sanitizer runtimes.
+have clang++-14                    || need+=(clang-14)
+compgen -G '/usr/lib/llvm-14/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a' >/dev/null || need+=(libclang-rt-14-dev)
 
 if [ ${#need[@]} -eq 0 ]; then exit 0; fi
 
