@@ -15,14 +15,6 @@ using namespace vxtest;
 
 namespace {
 
-std::vector<std::wstring> Items(const StrList& list)
-{
-    std::vector<std::wstring> out;
-    for (DMPos pos = list.GetHeadPosition(); pos;)
-        out.push_back(list.GetNext(pos));
-    return out;
-}
-
 // A computer whose well-known groups carry the given names; an empty name is a failed look-up.
 struct FakeGroups {
     static std::wstring users, guests, rdu, admins;

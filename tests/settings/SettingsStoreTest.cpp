@@ -15,14 +15,6 @@ using namespace vxtest;
 
 namespace {
 
-std::vector<std::wstring> Items(const StrList& list)
-{
-    std::vector<std::wstring> out;
-    for (DMPos pos = list.GetHeadPosition(); pos;)
-        out.push_back(list.GetNext(pos));
-    return out;
-}
-
 // The product pointed at private local and policy keys.
 class SettingsKeys : public ::testing::Test {
 protected:

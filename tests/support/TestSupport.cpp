@@ -2,7 +2,17 @@
 
 #include <shellapi.h>
 
+#include "storage/StrList.h"
+
 namespace vxtest {
+
+std::vector<std::wstring> Items(const StrList& list)
+{
+    std::vector<std::wstring> out;
+    for (DMPos pos = list.GetHeadPosition(); pos;)
+        out.push_back(list.GetNext(pos));
+    return out;
+}
 
 static const wchar_t kTestRoot[] = L"Software\\VantrelTests";
 

@@ -6,7 +6,12 @@
 #include <string>
 #include <vector>
 
+class StrList;
+
 namespace vxtest {
+
+// The entries of a string list, in order.
+std::vector<std::wstring> Items(const StrList& list);
 
 // A unique key below HKCU\Software\VantrelTests, deleted (with its whole tree) on construction
 // and destruction. path() is "HKCU\Software\VantrelTests\<name>"; sub() is the same without the
