@@ -51,7 +51,8 @@ for kind in ini xml schedule; do
     files=$(find "$work" -type f | wc -l)
     if [ "$rc" -ne 0 ]; then
         echo "$target: FAILED (exit $rc) after ${execs:-?} executions; report follows, input in $native/crashes/"
-        grep -v -e '^#[0-9]' -e '^INFO:' "$log" | tail -60
+        # From the first report line on: the sanitizer's or the rule's message and its stack.
+        sed -n '/ERROR:\|runtime error\|rule broken/,$p' "$log" | grep -v -e '^#[0-9]' -e '^INFO:' | head -60
         status=1
     else
         echo "$target: ${execs:-?} executions in $seconds s, $files corpus files"
