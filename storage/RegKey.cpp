@@ -98,6 +98,31 @@ void EnableHivePrivileges()
     CloseHandle(token);
 }
 
+// Removes entries of a key (its values, or its subkeys) one by one. The walk stays at one index:
+// a removed entry makes room for the next. remove(name) answers whether it tried to remove the
+// entry; a name that comes back at the same index after that could not be removed, so the walk
+// steps past it, and a refused entry can never make the walk run forever.
+template <class RemoveFn> void RemoveEach(HKEY key, bool bValues, RemoveFn remove)
+{
+    HeapBuf<wchar_t> name(kMaxValueName), prev(kMaxValueName);
+    if (!name.p || !prev.p)
+        return;
+    bool bHavePrev = false;
+    for (DWORD i = 0;;) {
+        DWORD n = kMaxValueName;
+        LONG r = bValues ? RegEnumValueW(key, i, name.p, &n, nullptr, nullptr, nullptr, nullptr)
+                         : RegEnumKeyExW(key, i, name.p, &n, nullptr, nullptr, nullptr, nullptr);
+        if (r != ERROR_SUCCESS)
+            break;
+        if ((bHavePrev && StrEqualNoCase(name.p, prev.p)) || !remove(name.p)) {
+            ++i;
+            continue;
+        }
+        StrCopy(prev.p, kMaxValueName, name.p);
+        bHavePrev = true;
+    }
+}
+
 } // namespace
 
 // ---------------------------------------------------------------------------------------------
@@ -420,37 +445,17 @@ int RegKey::DelValue(const wchar_t* name)
 
 int RegKey::DelValuesStartingWith(const wchar_t* prefix, int bIgnoreCase)
 {
-    HeapBuf<wchar_t> name(kMaxValueName), prev(kMaxValueName);
-    if (!name.p || !prev.p)
-        return 1;
-    prev.p[0] = 0;
-    bool bHavePrev = false;
-    DWORD i = 0;
-    for (;;) {
-        DWORD cch = kMaxValueName;
-        LONG r = RegEnumValueW(hKey, i, name.p, &cch, nullptr, nullptr, nullptr, nullptr);
-        if (r != ERROR_SUCCESS)
-            break;
+    RemoveEach(hKey, true, [&](const wchar_t* name) {
         // A null prefix takes everything; an empty one every named value but not the default.
-        bool match = !prefix || (name.p[0] && StrStartsWith(name.p, prefix, bIgnoreCase != 0));
-        if (!match) {
-            ++i;
-            continue;
+        if (prefix && (!name[0] || !StrStartsWith(name, prefix, bIgnoreCase != 0)))
+            return false;
+        if (bLogMode) { // described, not deleted
+            LogLine(L"%s=@\r\n", LogName(name));
+            return false;
         }
-        if (bLogMode) {
-            LogLine(L"%s=@\r\n", LogName(name.p));
-            ++i;
-            continue;
-        }
-        // The same name back at the same index means its deletion was refused: step past it.
-        if (bHavePrev && StrEqualNoCase(name.p, prev.p)) {
-            ++i;
-            continue;
-        }
-        StrCopy(prev.p, kMaxValueName, name.p);
-        bHavePrev = true;
-        RegDeleteValueW(hKey, name.p);
-    }
+        RegDeleteValueW(hKey, name);
+        return true;
+    });
     return 1;
 }
 
@@ -692,41 +697,15 @@ int RegKey::DelSubKey(const wchar_t* name)
     }
     RegKey sub;
     if (sub.Open(*this, name, 1)) {
-        // Stay at one index: a deleted subkey makes room for the next one. A name that comes
-        // back at the same index could not be deleted, so the index steps past it; a refused
-        // subkey can therefore never make this loop run forever.
-        wchar_t child[kMaxKeyName], prev[kMaxKeyName] = L"";
-        DWORD i = 0;
-        for (;;) {
-            DWORD n = kMaxKeyName;
-            if (RegEnumKeyExW(sub.hKey, i, child, &n, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-                break;
-            if (prev[0] && StrEqualNoCase(child, prev)) {
-                ++i;
-                continue;
-            }
-            StrCopy(prev, child);
+        RemoveEach(sub.hKey, false, [&](const wchar_t* child) {
             sub.DelSubKey(child);
-        }
-        HeapBuf<wchar_t> value(kMaxValueName), prevValue(kMaxValueName);
-        if (value.p && prevValue.p) {
-            bool bHavePrev = false;
-            i = 0;
-            for (;;) {
-                DWORD n = kMaxValueName;
-                if (RegEnumValueW(sub.hKey, i, value.p, &n, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-                    break;
-                if (bHavePrev && StrEqualNoCase(value.p, prevValue.p)) {
-                    ++i;
-                    continue;
-                }
-                StrCopy(prevValue.p, kMaxValueName, value.p);
-                bHavePrev = true;
-                sub.DelValue(value.p);
-                if (bLogMode) // logged, not deleted: the key goes with its values below
-                    ++i;
-            }
-        }
+            return true;
+        });
+        // In log mode values are only described; the key goes with them below.
+        RemoveEach(sub.hKey, true, [&](const wchar_t* value) {
+            sub.DelValue(value);
+            return !bLogMode;
+        });
         RegDeleteValueW(sub.hKey, nullptr);
         sub.Close();
     }
@@ -747,24 +726,15 @@ int RegKey::DelSubKeyIfEmpty(const wchar_t* name)
 
 int RegKey::DelAll()
 {
-    wchar_t child[kMaxKeyName], prev[kMaxKeyName] = L"";
-    DWORD i = 0;
-    for (;;) {
-        DWORD n = kMaxKeyName;
-        if (RegEnumKeyExW(hKey, i, child, &n, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-            break;
-        if (prev[0] && StrEqualNoCase(child, prev)) {
-            ++i;
-            continue;
-        }
-        StrCopy(prev, child);
+    RemoveEach(hKey, false, [&](const wchar_t* child) {
         {
             RegKey sub;
             if (sub.Open(*this, child, 1))
                 sub.DelAll();
         }
         DelSubKey(child);
-    }
+        return true;
+    });
     DelValuesStartingWith(nullptr, 0);
     return 1;
 }
