@@ -23,6 +23,8 @@ int Schedule::bInitCommonCalled = 0;
 namespace {
 
 const int nSecondsPerDay = 86400;
+// The days a chain of whole-day periods may add after today's: the rest of the week.
+const int nMaxChainedDays = 6;
 const unsigned long long nTicksPerSecond = 10000000; // the system time's 100-ns units
 
 bool IsBlank(wchar_t c) { return c == L' ' || c == L'\t' || c == L'\n' || c == L'\r'; }
@@ -313,12 +315,15 @@ int Schedule::GetSecondsRemaining(const SYSTEMTIME* pNow, wchar_t* pszError, uns
         endMinute = 59;
     }
     int nSeconds = (int)((TimeOfDay(now, endHour, endMinute) - tNow) / nTicksPerSecond);
-    AllowedPeriod* pChain = p;
-    // The chain stops where it began: a week of whole days must not go round for ever.
-    while (pChain->wEndHour == 24) {
-        AllowedPeriod* pNext = FindNextAllowedPeriod(periods, pChain);
-        if (!pNext || pNext == p || pNext->day != GetNextDay(pChain->day) || pNext->wStartHour != 0 ||
-            pNext->wStartMinute != 0)
+    // The chain is followed by position, one step per period, and counts at most the six days
+    // after today: a longer chain (the whole week written twice, say) means the schedule stays on
+    // for the rest of the week, and the answer stays below a week however long the text is.
+    DMPos pos = periods.Find(p);
+    const AllowedPeriod* pChain = p;
+    for (int nChained = 0; pos && nChained < nMaxChainedDays && pChain->wEndHour == 24; ++nChained) {
+        pos = pos->pNext ? pos->pNext : periods.GetHeadPosition();
+        const AllowedPeriod* pNext = static_cast<const AllowedPeriod*>(periods.GetAt(pos));
+        if (pNext == p || pNext->day != GetNextDay(pChain->day) || pNext->wStartHour != 0 || pNext->wStartMinute != 0)
             break;
         nSeconds += nSecondsPerDay;
         pChain = pNext;

@@ -89,6 +89,10 @@ TEST(ScheduleSeconds, ThroughAWeek)
         {L"Mon 0:00-24:00", At(S::Monday, 12, 0), 11 * kHour + 59 * 60},
         {L"Sun 0:00-24:00 Mon 0:00-24:00 Tue 0:00-24:00 Wed 0:00-24:00 Thu 0:00-24:00 Fri 0:00-24:00 Sat 0:00-24:00",
          At(S::Wednesday, 12, 0), 11 * kHour + 59 * 60 + 6 * kDay},
+        // the whole week written twice reads as written once: a chain never passes the week
+        {L"Sun 0:00-24:00 Mon 0:00-24:00 Tue 0:00-24:00 Wed 0:00-24:00 Thu 0:00-24:00 Fri 0:00-24:00 Sat 0:00-24:00 "
+         L"Sun 0:00-24:00 Mon 0:00-24:00 Tue 0:00-24:00 Wed 0:00-24:00 Thu 0:00-24:00 Fri 0:00-24:00 Sat 0:00-24:00",
+         At(S::Sunday, 0, 0), 23 * kHour + 59 * 60 + 6 * kDay},
         {nullptr, At(S::Monday, 3, 0), 604801}, {L"*", At(S::Monday, 3, 0), 604801}, {L" ; ", At(S::Monday, 3, 0), 604801},
     };
     for (auto& c : cases) {
@@ -100,6 +104,24 @@ TEST(ScheduleSeconds, ThroughAWeek)
         EXPECT_STREQ(L"", err);
         // On while the count is not negative.
         EXPECT_EQ(c.seconds >= 0, s.IsScheduleOn(&c.now));
+    }
+}
+
+TEST(ScheduleSeconds, ThousandsOfChainedDaysStayOnAndBelowAWeek)
+{
+    // About 25,000 whole days in a row: counted without a limit they overflow an int and the
+    // schedule that is on all week would read as off.
+    std::wstring text;
+    const wchar_t* days[] = {L"Sun", L"Mon", L"Tue", L"Wed", L"Thu", L"Fri", L"Sat"};
+    for (int i = 0; i < 25000; ++i)
+        text += std::wstring(days[i % 7]) + L" 0:00-24:00 ";
+    S s;
+    s.Set(text.c_str());
+    for (S::Day d : {S::Sunday, S::Wednesday, S::Saturday}) {
+        SYSTEMTIME now = At(d, 12, 0);
+        SCOPED_TRACE(testing::Message() << "day " << d);
+        EXPECT_EQ(11 * kHour + 59 * 60 + 6 * kDay, s.GetSecondsRemaining(&now, nullptr, 0));
+        EXPECT_EQ(1, s.IsScheduleOn(&now));
     }
 }
 
