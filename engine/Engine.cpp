@@ -177,6 +177,38 @@ int MonitorSession(DWORD id)
     return 1;
 }
 
+// Writes the event for each time setting that holds what the configuration utility would refuse
+// (negative, or more than its 9999 minutes), once per value: the reload at every logon must not
+// repeat it, but a different bad value is reported again. 0 is a valid time here.
+static void ReportTimesOutOfRange(const MyOpts& opts)
+{
+    static struct {
+        const wchar_t* const* ppszName;
+        int MyOpts::*field;
+        bool bReported;
+        int nReported;
+    } checks[] = {
+        {&MyOpts::pszIdleTimeout, &MyOpts::nTimeout, false, 0},
+        {&MyOpts::pszMsgTimeout, &MyOpts::nMsgTimeout, false, 0},
+        {&MyOpts::pszShutdownTimeout, &MyOpts::nShutdownTimeout, false, 0},
+    };
+    for (auto& c : checks) {
+        const int n = opts.*c.field;
+        if (n >= 0 && n <= MyOpts::nMaxMinutes) {
+            c.bReported = false;
+            continue;
+        }
+        if (c.bReported && c.nReported == n)
+            continue;
+        c.bReported = true;
+        c.nReported = n;
+        wchar_t number[16];
+        StrFormat(number, L"%d", n);
+        const wchar_t* strings[2] = {*c.ppszName, number};
+        Seams::pfnReportEvent(EventTypeOfId(MSG_SETTING_OUT_OF_RANGE), MSG_SETTING_OUT_OF_RANGE, 2, strings);
+    }
+}
+
 // Loads the settings from the registry and puts them in place. The record is read into a fresh
 // copy first and swapped in under the settings lock, so the session threads, which read it every
 // second, never see it half loaded. Returns 0 when only changes were asked for and none came.
@@ -184,11 +216,14 @@ static int ReloadSettings(int bFull)
 {
     MyOpts fresh;
     fresh.Load(); // starts from the defaults, as a reload must
-    CritSecLock lock(VXThread::csOpts);
-    if (!bFull && !g_opts.IsDifferent(&fresh))
-        return 0;
-    g_opts.CopyFrom(&fresh);
-    g_opts.bPolicyInEffect = fresh.bPolicyInEffect;
+    {
+        CritSecLock lock(VXThread::csOpts);
+        if (!bFull && !g_opts.IsDifferent(&fresh))
+            return 0;
+        g_opts.CopyFrom(&fresh);
+        g_opts.bPolicyInEffect = fresh.bPolicyInEffect;
+    }
+    ReportTimesOutOfRange(fresh);
     return 1;
 }
 

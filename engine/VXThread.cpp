@@ -26,8 +26,8 @@ const DWORD kEventSetOnly = 0x2; // EVENT_MODIFY_STATE: interactive users may on
 }
 
 VXThread::VXThread(MyOpts& o, DWORD id)
-    : bLocked(0), bStale(0), opts(o), dwSessionId(id), dwLastActivity(0), bScheduleReported(0), dwTimeoutMin(0),
-      dwWarnMin(0), dwTimeoutSec(0), dwWarnSec(0), bWarned(0), bFirstPass(1), bRunning(1)
+    : bLocked(0), bStale(0), opts(o), dwSessionId(id), dwLastActivity(0), bScheduleReported(0), dwWarnMin(0),
+      dwTimeoutMs(0), dwWarnMs(0), bIdleLogoff(0), bWarned(0), bFirstPass(1), bRunning(1)
 {
     szUserName[0] = 0;
     // One thread per watched session: a terminal server may hold hundreds of them.
@@ -170,10 +170,11 @@ int VXThread::StartInSession(const wchar_t* pszSwitch)
 
 int VXThread::Begin(DWORD dwNow)
 {
-    dwTimeoutMin = (DWORD)opts.nTimeout;
-    dwWarnMin = (DWORD)opts.nMsgTimeout;
-    dwTimeoutSec = dwTimeoutMin * 60;
-    dwWarnSec = dwWarnMin * 60;
+    const int nTimeout = opts.nTimeout, nWarn = opts.nMsgTimeout;
+    bIdleLogoff = IsMeasurableMinutes(nTimeout) && IsMeasurableMinutes(nWarn);
+    dwTimeoutMs = bIdleLogoff ? MinutesToMs(nTimeout) : 0;
+    dwWarnMs = bIdleLogoff ? MinutesToMs(nWarn) : 0;
+    dwWarnMin = bIdleLogoff ? (DWORD)nWarn : 0;
     bStale = 0;
     bScheduleReported = 0;
     dwLastActivity = dwNow;
@@ -224,10 +225,13 @@ VXThread::TimeoutResult VXThread::OnTimeout(DWORD dwNow)
     const DWORD idle = dwNow - dwLastActivity; // unsigned: the tick's wrap does no harm
     if (bStale)
         return TimeoutDirectLogoff;
-    // A computer that slept through both periods: no warning, nobody could have seen it.
-    if (!bWarned && idle >= (dwTimeoutSec + dwWarnSec) * 1000)
+    if (!bIdleLogoff)
+        return TimeoutWait;
+    // A computer that slept through both periods: no warning, nobody could have seen it. Each
+    // period fits the tick; their sum may not, so it is compared in 64 bits.
+    if (!bWarned && (ULONGLONG)idle >= (ULONGLONG)dwTimeoutMs + dwWarnMs)
         return TimeoutDirectLogoff;
-    if (idle < (bWarned ? dwWarnMin : dwTimeoutMin) * 60000)
+    if (idle < (bWarned ? dwWarnMs : dwTimeoutMs))
         return TimeoutWait;
 
     if (!opts.bEnable) {
@@ -243,13 +247,14 @@ VXThread::TimeoutResult VXThread::OnTimeout(DWORD dwNow)
             bRunning = 0;
         else
             dwLastActivity = dwNow; // warned stays: the next attempt after another warning period
-    } else if (DWORD state = WtsApi32::GetSessionConnectState(dwSessionId); state != 9 && state != WTSActive) {
-        // Disconnected: nobody could see a warning.
+    } else if (DWORD state = WTSActive; WtsApi32::QuerySessionConnectState(dwSessionId, state) && state != WTSActive) {
+        // Read and not active (disconnected, or not yet initialised): nobody could see a
+        // warning. Only a state that cannot be read at all is warned like an active session.
         if (TryLogoff())
             bRunning = 0;
         else
             dwLastActivity = dwNow;
-    } else if (IsScheduleInactiveIn(dwWarnSec)) {
+    } else if (IsScheduleInactiveIn(dwWarnMs / 1000)) {
         ReportScheduleOnce();
         dwLastActivity = dwNow;
     } else {
@@ -398,7 +403,7 @@ void VXThread::DeliverWarning()
     wchar_t title[] = L"Vantrel";
     DWORD response = 0;
     WtsApi32::WTSSendMessageW(WTS_CURRENT_SERVER_HANDLE, dwSessionId, title, (DWORD)(StrLen(title) * sizeof(wchar_t)),
-                              message, (DWORD)(StrLen(message) * sizeof(wchar_t)), 0x250030, dwWarnMin * 60, &response,
+                              message, (DWORD)(StrLen(message) * sizeof(wchar_t)), 0x250030, dwWarnMs / 1000, &response,
                               FALSE);
 }
 

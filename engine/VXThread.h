@@ -62,6 +62,15 @@ public:
     static volatile int bQuitAll;
     static wchar_t szLastLogOff[256];
 
+    // The longest time in minutes that the 32-bit millisecond tick can measure (about 49.7
+    // days). "Timeout", "MessageTimeout" and "ShutdownTimeout" from 0 up to this are used as
+    // they are; a negative or longer time turns that action off, so an administrator's "practically
+    // never" can never wrap round into a logoff within minutes.
+    static const int nMaxMeasurableMinutes = 71582;
+    static int IsMeasurableMinutes(int nMinutes) { return nMinutes >= 0 && nMinutes <= nMaxMeasurableMinutes; }
+    // The milliseconds of a measurable number of minutes (callers check IsMeasurableMinutes).
+    static DWORD MinutesToMs(int nMinutes) { return (DWORD)nMinutes * 60000u; }
+
     // "Global\VantrelEventIdle-%ld" and "Global\VantrelEventCancel-%ld" for a session.
     static void FormatEventName(wchar_t* buf, unsigned cch, const wchar_t* name, DWORD dwSessionId);
     // The command line that runs the host executable with switch ("/monitor", "/msg") for the
@@ -92,7 +101,10 @@ private:
     wchar_t szUserName[256];
     int bScheduleReported;
 
-    // One run of the body.
-    DWORD dwTimeoutMin, dwWarnMin, dwTimeoutSec, dwWarnSec;
+    // One run of the body: the periods copied at its start. bIdleLogoff is 0 when either
+    // period cannot be measured; the session is then neither warned nor logged off for
+    // idleness (a stale mark still logs it off).
+    DWORD dwWarnMin, dwTimeoutMs, dwWarnMs;
+    int bIdleLogoff;
     int bWarned, bFirstPass, bRunning;
 };

@@ -21,10 +21,15 @@ VXThreadBkg::~VXThreadBkg()
 
 void VXThreadBkg::RefreshDelayed(unsigned seconds) { dwRescanAt = Seams::Now() + seconds * 1000; }
 
-void VXThreadBkg::BeginDelayedShutdown()
+void VXThreadBkg::BeginDelayedShutdown() { ArmShutdown(Seams::Now()); }
+
+void VXThreadBkg::ArmShutdown(DWORD dwNow)
 {
-    if (opts.bShutdown)
-        dwShutdownAt = Seams::Now() + (DWORD)opts.nShutdownTimeout * 60000;
+    // A time the tick cannot measure (negative, or beyond about 49.7 days) turns the power
+    // action off rather than wrapping round into one within minutes.
+    const int nMinutes = opts.nShutdownTimeout;
+    if (opts.bShutdown && VXThread::IsMeasurableMinutes(nMinutes))
+        dwShutdownAt = dwNow + VXThread::MinutesToMs(nMinutes);
 }
 
 void VXThreadBkg::CancelDelayedShutdown()
@@ -51,8 +56,7 @@ void VXThreadBkg::OnTick(DWORD dwNow)
     }
     if (bResumed) {
         bResumed = 0;
-        if (opts.bShutdown)
-            dwShutdownAt = dwNow + (DWORD)opts.nShutdownTimeout * 60000;
+        ArmShutdown(dwNow);
     }
 }
 

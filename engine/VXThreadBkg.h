@@ -41,5 +41,8 @@ protected:
     int DoShutdown();
 
 private:
+    // Starts the "ShutdownTimeout" countdown from dwNow when "Shutdown" is on.
+    void ArmShutdown(DWORD dwNow);
+
     MyOpts& opts;
 };

@@ -196,15 +196,24 @@ DWORD WtsApi32::GetSessionID(DWORD dwSessionId)
 
 DWORD WtsApi32::GetSessionConnectState(DWORD dwSessionId)
 {
+    DWORD state = WTSInit;
+    QuerySessionConnectState(dwSessionId, state);
+    return state;
+}
+
+int WtsApi32::QuerySessionConnectState(DWORD dwSessionId, DWORD& state)
+{
     LPWSTR pBuffer = nullptr;
     DWORD cb = 0;
-    DWORD state = WTSInit;
+    int bRead = 0;
     if (WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, dwSessionId, WTSConnectState, &pBuffer, &cb) &&
-        pBuffer && cb >= sizeof(DWORD))
+        pBuffer && cb >= sizeof(DWORD)) {
         state = *(const DWORD*)pBuffer;
+        bRead = 1;
+    }
     if (pBuffer)
         WTSFreeMemory(pBuffer);
-    return state;
+    return bRead;
 }
 
 DWORD WtsApi32::GetSessionCount()

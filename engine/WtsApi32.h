@@ -77,8 +77,13 @@ public:
     static int LogoffSession(int bWait, DWORD dwSessionId);
     // The session's WTSSessionId, or 0xFFFFFFFF when there is no answer.
     static DWORD GetSessionID(DWORD dwSessionId);
-    // The session's WTSConnectState, or 9 (WTSInit) when there is no answer.
+    // The session's WTSConnectState, or 9 (WTSInit) when there is no answer: a session in the
+    // state WTSInit looks the same here, so callers that must tell them apart use
+    // QuerySessionConnectState.
     static DWORD GetSessionConnectState(DWORD dwSessionId);
+    // 1 with the session's WTSConnectState in state when it could be read; 0 (state untouched)
+    // when there is no answer.
+    static int QuerySessionConnectState(DWORD dwSessionId, DWORD& state);
     // The number of sessions the server enumerates; 0 when the enumeration fails.
     static DWORD GetSessionCount();
     // The position in the enumeration (from 0) of the last session in the state WTSActive, or

@@ -41,8 +41,13 @@ public:
     // The settings file: the record goes through the "Temp" staging subkey of its own key, which
     // is written to (or read from) the file. owner is the window of any message (null: none).
     // Import leaves the record as it was when the file cannot be read; neither leaves "Temp".
+    // Import refuses a file that is not a settings file (its root is not the one "KEY" element
+    // an export writes, or it holds none of the settings values): 0 with ERROR_INVALID_DATA,
+    // nothing changed, and the message below shown to owner when there is one.
     int Export(HWND owner, const wchar_t* path);
     int Import(HWND owner, const wchar_t* path);
+    // "<path>", a blank line and the reason the file was refused.
+    static unsigned FormatNotSettingsFile(const wchar_t* path, wchar_t* buf, unsigned cch);
 
     // The warning text for the user: the custom text (or the built-in one) with every "%d"
     // replaced by the time left, "a:bb".
@@ -94,6 +99,11 @@ public:
     int bShutdown;
     int nShutdownTimeout;
     int nShutdownAction; // 1 sleep, 2 hibernate, 3 shut down
+
+    // The largest number of minutes the configuration utility accepts for "Timeout",
+    // "MessageTimeout", "LogoffStaleCount" and "ShutdownTimeout". The local key may hold more:
+    // the engine decides what such a time means.
+    static const int nMaxMinutes = 9999;
 
     static const wchar_t* pszNotConfigured;
     static const wchar_t* pszEnable;

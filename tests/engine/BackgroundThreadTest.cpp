@@ -1,6 +1,8 @@
 // The power countdown of the background thread, played with a virtual clock and fake power calls.
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include "engine/EventLog.h"
 #include "engine/VXThreadBkg.h"
 #include "settings/MyOpts.h"
@@ -49,6 +51,27 @@ TEST_F(PowerCountdown, FiresOnceAfterTheTimeoutAndRearmsAfterWakeUp)
     EXPECT_EQ(bkg.dwShutdownAt, clock.Tick() + 30 * kMinute);
     RunMinutes(30);
     EXPECT_EQ(events.Count(MSG_SUSPEND_STARTED), 2u);
+}
+
+// A time the tick can measure is kept exactly; a negative or longer one turns the power action
+// off instead of wrapping round into one within minutes. The same rule holds after a wake-up.
+TEST_F(PowerCountdown, TimesTheTickCannotMeasureTurnTheActionOff)
+{
+    struct { int minutes; bool armed; } cases[] = {{0, true}, {71582, true}, {71583, false}, {-5, false}, {INT_MIN, false}};
+    for (auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "ShutdownTimeout " << c.minutes);
+        opts.nShutdownTimeout = c.minutes;
+        bkg.dwShutdownAt = 0;
+        bkg.BeginDelayedShutdown();
+        EXPECT_EQ(c.armed, bkg.IsShutdownArmed() != 0);
+        if (c.armed) {
+            EXPECT_EQ(bkg.dwShutdownAt, clock.Tick() + (DWORD)c.minutes * kMinute);
+        }
+        bkg.dwShutdownAt = 0;
+        bkg.bResumed = 1;
+        bkg.OnTick(clock.Tick());
+        EXPECT_EQ(c.armed, bkg.IsShutdownArmed() != 0) << "after a wake-up";
+    }
 }
 
 TEST_F(PowerCountdown, NothingWhenShutdownIsOff)

@@ -276,3 +276,34 @@ TEST_F(Engine, ReleasingSessionsKeepsTheServiceAndSettingsChangeResumes)
 }
 
 } // namespace
+
+// A time the configuration utility would refuse is said in the event log once per value: the
+// reload at every logon and settings change does not repeat it, a different bad value or the
+// same one after a valid one is said again, and 0 (a valid time) is never reported.
+TEST_F(Engine, OutOfRangeTimesAreReportedOncePerValue)
+{
+    auto reload = [&](const wchar_t* name, DWORD value) {
+        RawSetDword(settings.sub(), name, value);
+        EngineControl(128, 0, nullptr, nullptr);
+    };
+    RawSetDword(settings.sub(), L"Timeout", (DWORD)-2);
+    Start();
+    EXPECT_EQ(events.Count(MSG_SETTING_OUT_OF_RANGE), 1u);
+    EXPECT_EQ(StringsOf(MSG_SETTING_OUT_OF_RANGE), (std::vector<std::wstring>{L"Timeout", L"-2"}));
+    ts.Logon(1, L"alice", L"CORP"); // a logon reloads the settings
+    reload(L"MessageTimeout", 0);
+    EXPECT_EQ(events.Count(MSG_SETTING_OUT_OF_RANGE), 1u);
+    reload(L"Timeout", 71583);
+    EXPECT_EQ(events.Count(MSG_SETTING_OUT_OF_RANGE), 2u);
+    reload(L"ShutdownTimeout", 10000);
+    EXPECT_EQ(events.Count(MSG_SETTING_OUT_OF_RANGE), 3u);
+    EXPECT_EQ(events.Events().back().strings, (std::vector<std::wstring>{L"ShutdownTimeout", L"10000"}));
+    EXPECT_EQ(events.Events().back().type, EVENTLOG_WARNING_TYPE);
+    reload(L"Timeout", 9999);
+    reload(L"ShutdownTimeout", 0);
+    EXPECT_EQ(events.Count(MSG_SETTING_OUT_OF_RANGE), 3u);
+    reload(L"Timeout", 71583);
+    EXPECT_EQ(events.Count(MSG_SETTING_OUT_OF_RANGE), 4u);
+    RawSetDword(settings.sub(), L"Timeout", 10);
+    EngineControl(128, 0, nullptr, nullptr);
+}

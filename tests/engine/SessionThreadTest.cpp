@@ -3,6 +3,7 @@
 // active user, stale sessions and the failures the administrator reads about in the event log.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <memory>
 #include <string>
 
@@ -115,15 +116,30 @@ TEST_F(SessionThread, ActivityDuringTheWarningStartsTheCountAgain)
     EXPECT_EQ(Processes(L" /msg:5"), 2u);
 }
 
-TEST_F(SessionThread, DisconnectedSessionIsLoggedOffWithoutWarning)
+TEST_F(SessionThread, SessionNotActiveIsLoggedOffWithoutWarningOnlyAnUnreadableStateIsWarned)
 {
-    ts.SetState(5, WTSDisconnected);
+    // Any state that was read and is not active means nobody could see a warning; WTSInit is
+    // such a state, not the wrapper's "no answer".
+    for (WTS_CONNECTSTATE_CLASS state : {WTSDisconnected, WTSInit, WTSConnected}) {
+        SCOPED_TRACE(testing::Message() << "state " << state);
+        ts.AddSession(5, L"alice", L"CORP"); // again after the last case's logoff
+        ts.SetState(5, state);
+        ts.ClearRecords();
+        events.Clear();
+        auto t = Watch();
+        EXPECT_FALSE(Run(*t, 10 * kMinute));
+        EXPECT_EQ(Processes(L" /msg:5"), 0u);
+        EXPECT_TRUE(ts.Messages().empty());
+        EXPECT_EQ(ts.Logoffs().size(), 1u);
+        EXPECT_EQ(events.Count(MSG_LOGGED_OFF), 1u);
+    }
+    ts.AddSession(5, L"alice", L"CORP");
+    ts.ClearRecords();
+    ts.Fail(simts::kCallQuery, ERROR_ACCESS_DENIED, simts::kForever, 5, WTSConnectState);
     auto t = Watch();
-    EXPECT_FALSE(Run(*t, 10 * kMinute));
-    EXPECT_EQ(Processes(L" /msg:5"), 0u);
-    EXPECT_TRUE(ts.Messages().empty());
-    EXPECT_EQ(ts.Logoffs().size(), 1u);
-    EXPECT_EQ(events.Count(MSG_LOGGED_OFF), 1u);
+    EXPECT_TRUE(Run(*t, 10 * kMinute));
+    EXPECT_EQ(Processes(L" /msg:5"), 1u) << "a state that cannot be read is warned like an active one";
+    EXPECT_TRUE(ts.Logoffs().empty());
 }
 
 TEST_F(SessionThread, ResumeAfterBothPeriodsLogsOffAtOnce)
@@ -135,6 +151,61 @@ TEST_F(SessionThread, ResumeAfterBothPeriodsLogsOffAtOnce)
     EXPECT_EQ(Processes(L" /msg:5"), 0u) << "nobody could have seen a warning";
     EXPECT_EQ(ts.Logoffs().size(), 1u);
     EXPECT_EQ(events.Count(MSG_LOGGED_OFF), 1u);
+}
+
+// Idle times the configuration utility would refuse: every period the tick can measure (up to
+// 71582 minutes) is kept exactly, and one it cannot (negative, or longer) turns the idle logoff off
+// instead of wrapping round into a logoff within minutes; 0 keeps its meaning. The session plays
+// 60 days: second by second for the first 20 minutes, then minute by minute.
+TEST_F(SessionThread, IdleTimesAreKeptExactlyOrTurnTheLogoffOff)
+{
+    const ULONGLONG kNever = ~0ull, kDays60 = 60ull * 1440 * kMinute;
+    struct { int timeout, warn; ULONGLONG warnAt, logoffAt; } cases[] = {
+        {10, 5, 10 * kMinute, 15 * kMinute},
+        {0, 5, 1000, 1000 + 5 * kMinute},     // 0: warned at the first wake
+        {10, 0, kNever, 10 * kMinute},        // no warning period: logged off without one
+        {20000, 5, 20000ull * kMinute, 20005ull * kMinute},
+        {71582, 1, 71582ull * kMinute, 71583ull * kMinute}, // both together exceed the tick
+        {71583, 5, kNever, kNever},
+        {-2, 5, kNever, kNever},
+        {10, -2, kNever, kNever},
+        {10, 71583, kNever, kNever},
+        {INT_MIN, INT_MAX, kNever, kNever},
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "Timeout " << c.timeout << ", MessageTimeout " << c.warn);
+        ts.AddSession(5, L"alice", L"CORP"); // again after the last case's logoff
+        ts.ClearRecords();
+        opts.nTimeout = c.timeout;
+        opts.nMsgTimeout = c.warn;
+        auto t = Watch();
+        ULONGLONG warnAt = kNever, logoffAt = kNever;
+        for (ULONGLONG passed = 0; passed < kDays60 && logoffAt == kNever;) {
+            const DWORD step = passed < 20 * kMinute ? 1000 : kMinute;
+            passed += step;
+            clock.Advance(step);
+            const int alive = t->Wake(VXThread::WakeTimeout, clock.Tick());
+            if (warnAt == kNever && Processes(L" /msg:5"))
+                warnAt = passed;
+            if (!alive)
+                logoffAt = passed;
+        }
+        EXPECT_EQ(c.warnAt, warnAt);
+        EXPECT_EQ(c.logoffAt, logoffAt);
+        EXPECT_EQ(ts.Logoffs().size(), c.logoffAt == kNever ? 0u : 1u);
+    }
+    VXThread::szLastLogOff[0] = 0;
+}
+
+TEST_F(SessionThread, StaleMarkLogsOffEvenWhenTheIdleLogoffIsOff)
+{
+    opts.nTimeout = -2;
+    auto t = Watch();
+    EXPECT_TRUE(Run(*t, 5 * kMinute));
+    t->bStale = 1;
+    EXPECT_FALSE(Run(*t, 1000));
+    EXPECT_EQ(events.Count(MSG_STALE_LOGGED_OFF), 1u);
+    VXThread::szLastLogOff[0] = 0;
 }
 
 TEST_F(SessionThread, LockedSessionIsWarnedByMessageBox)

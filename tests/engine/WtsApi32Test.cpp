@@ -88,10 +88,18 @@ TEST_F(WtsApi32Test, QueriesInterpretAndFreeTheAnswers)
     g_answer = WTSDisconnected;
     EXPECT_EQ((DWORD)WTSDisconnected, WtsApi32::GetSessionConnectState(6));
     EXPECT_EQ((DWORD)WTSConnectState, g_infoClass);
+    // A session that answers WTSInit is told apart from one that gives no answer.
+    g_answer = WTSInit;
+    DWORD state = 0xbd;
+    EXPECT_EQ(1, WtsApi32::QuerySessionConnectState(6, state));
+    EXPECT_EQ((DWORD)WTSInit, state);
     g_answerBytes = 2;
     EXPECT_EQ(0xFFFFFFFFu, WtsApi32::GetSessionID(5));
     EXPECT_EQ(9u, WtsApi32::GetSessionConnectState(5));
-    EXPECT_EQ(std::vector<void*>(4, &g_answer), g_freed);
+    state = 0xbd;
+    EXPECT_EQ(0, WtsApi32::QuerySessionConnectState(5, state));
+    EXPECT_EQ(0xbdu, state) << "no answer leaves the state alone";
+    EXPECT_EQ(std::vector<void*>(6, &g_answer), g_freed);
 
     g_table = {{3, nullptr, WTSDisconnected}, {9, nullptr, WTSActive}, {65536, nullptr, WTSListen},
                {7, nullptr, WTSActive},       {1, nullptr, WTSConnected}};
@@ -99,7 +107,7 @@ TEST_F(WtsApi32Test, QueriesInterpretAndFreeTheAnswers)
     EXPECT_EQ(5u, WtsApi32::GetSessionCount());
     g_table.resize(1);
     EXPECT_EQ(0xFFFFFFFFu, WtsApi32::GetActiveSessionID()) << "none active";
-    EXPECT_EQ(7u, g_freed.size());
+    EXPECT_EQ(9u, g_freed.size());
     EXPECT_EQ((void*)g_table.data(), g_freed.back());
 }
 
