@@ -600,7 +600,7 @@ int ExportRegSubKey(HWND owner, const wchar_t* keyPath, const wchar_t* subkey, c
     return tree.SaveFile(owner, file);
 }
 
-int ImportRegKey(HWND owner, HKEY key, const wchar_t* file, int flag)
+int ImportRegKey(HWND owner, HKEY key, const wchar_t* file, int flag, ImportCheck check)
 {
     if (!key) {
         SetLastError(ERROR_INVALID_HANDLE);
@@ -609,6 +609,8 @@ int ImportRegKey(HWND owner, HKEY key, const wchar_t* file, int flag)
     RegXmlTree tree;
     tree.silent = flag;
     if (!tree.LoadFile(owner, file))
+        return 0;
+    if (check && !check(tree, owner, file))
         return 0;
     RegKey k;
     k.Attach(key);

@@ -211,5 +211,10 @@ int WriteRegSubKeyFromTree(RegKey& key, RegXmlTree& tree, XmlPos pos);
 
 int ExportRegKey(HWND owner, HKEY key, const wchar_t* file, int flag);
 int ExportRegSubKey(HWND owner, const wchar_t* keyPath, const wchar_t* subkey, const wchar_t* file, int flag);
-int ImportRegKey(HWND owner, HKEY key, const wchar_t* file, int flag);
+// Decides, after the file was parsed and before anything is written, whether its document may
+// be imported (for example, that it is the kind of file the caller exported). It tells the user
+// why not itself (owner and file are the import's) and returns 0 to refuse.
+typedef int (*ImportCheck)(const RegXmlTree& tree, HWND owner, const wchar_t* file);
+// A refused document writes nothing and gives 0.
+int ImportRegKey(HWND owner, HKEY key, const wchar_t* file, int flag, ImportCheck check = nullptr);
 int ImportRegSubKey(HWND owner, const wchar_t* keyPath, const wchar_t* subkey, const wchar_t* file, int flag);

@@ -166,6 +166,88 @@ TEST_F(SettingsFile, FailedImportLeavesTheRecordAsItWas)
     }
 }
 
+// Well-formed XML that is no settings file is refused before anything is written: imported, a
+// web page or a list of values without their key would reset the record to defaults with empty
+// user lists, and the administrators would no longer be excluded once the result was applied.
+TEST_F(SettingsFile, DocumentsThatAreNoSettingsFileAreRefused)
+{
+    struct { const char* what; const wchar_t* text; } cases[] = {
+        {"web page", L"<html><head><title>Timeout</title></head><body><p>Enable</p></body></html>"},
+        {"values without their key", L"<DATA Name=\"Enable\" Type=\"REG_DWORD\" Value=\"1\"/>"
+                                     L"<DATA Name=\"Timeout\" Type=\"REG_DWORD\" Value=\"5\"/>"},
+        {"a key without settings", L"<KEY Name=\"\"><DATA Name=\"Colour\" Value=\"1\"/><KEY Name=\"ApplyTo\"/></KEY>"},
+        {"settings only in a subkey", L"<KEY Name=\"\"><KEY Name=\"Sub\"><DATA Name=\"Enable\" Value=\"1\"/></KEY></KEY>"},
+        {"a key named like a setting", L"<KEY Name=\"\"><KEY Name=\"Timeout\"/></KEY>"},
+        {"two keys", L"<KEY Name=\"a\"><DATA Name=\"Enable\" Value=\"1\"/></KEY><KEY Name=\"b\"><DATA Name=\"Enable\" Value=\"1\"/></KEY>"},
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::wstring text = std::wstring(L"\xFEFF<?xml version=\"1.0\"?>\r\n") + c.text;
+        ASSERT_TRUE(WriteFileBytes(File(L"other.xml"), text.data(), text.size() * sizeof(wchar_t)));
+        MyOpts target;
+        target.Reset();
+        target.nTimeout = 77;
+        MyOpts before;
+        before.CopyFrom(&target);
+        SetLastError(0xdeadbeef);
+        EXPECT_EQ(target.Import(nullptr, File(L"other.xml").c_str()), 0);
+        EXPECT_EQ(GetLastError(), (DWORD)ERROR_INVALID_DATA);
+        EXPECT_EQ(target.IsDifferent(&before), 0);
+        EXPECT_FALSE(RawKeyExists(local.sub(L"Temp")));
+    }
+    wchar_t message[256];
+    MyOpts::FormatNotSettingsFile(L"C:\\Users\\Public\\page.htm", message, 256);
+    EXPECT_STREQ(message, L"C:\\Users\\Public\\page.htm\n\nThis file is not a Vantrel settings file. Nothing was imported.");
+}
+
+// Settings files written by earlier versions and edited by hand still import, with their values.
+TEST_F(SettingsFile, SettingsFilesOfEveryKindStillImport)
+{
+    struct { const wchar_t* file; int timeout; size_t applyTo; } cases[] = {
+        {L"settings-default.xml", 10, 3}, {L"settings-custom.xml", 15, 4}, {L"edited-settings-utf8.xml", 120, 1},
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "file " << std::string(c.file, c.file + wcslen(c.file)));
+        MyOpts o;
+        o.Reset();
+        ASSERT_EQ(o.Import(nullptr, (std::wstring(VX_SETTINGS_FILES) + c.file).c_str()), 1);
+        EXPECT_EQ(o.nTimeout, c.timeout);
+        EXPECT_EQ(o.listInclude.GetCount(), c.applyTo);
+    }
+}
+
+// A computer that has no settings key yet gets none from an export or an import, whether it
+// worked or failed: loading would otherwise find an empty key and read empty user lists instead
+// of the default groups, and start monitoring the administrators. A key that exists keeps what
+// it holds.
+TEST_F(SettingsFile, ExportAndImportLeaveTheSettingsKeyAsTheyFoundIt)
+{
+    ProductInfo::PushAppRootKey(local.path(L"Korvane\\Vantrel").c_str());
+    MyOpts o;
+    Fill(o);
+    ASSERT_EQ(o.Export(nullptr, File().c_str()), 1);
+    EXPECT_FALSE(RawKeyExists(local.sub())) << "absent stays absent, with every level above it";
+    ASSERT_TRUE(WriteFileBytes(File(L"bad.cfg"), "<x", 2));
+    for (const std::wstring& file : {File(), File(L"bad.cfg"), File(L"missing.cfg")})
+        o.Import(nullptr, file.c_str());
+    EXPECT_FALSE(RawKeyExists(local.sub()));
+    EXPECT_EQ(o.Export(nullptr, dir.file(L"no such folder\\x.cfg").c_str()), 0);
+    EXPECT_FALSE(RawKeyExists(local.sub()));
+    ProductInfo::PopAppRootKey();
+
+    RawSetDword(local.sub(L"Korvane"), L"Other", 1); // a level above exists: it stays, with its value
+    ProductInfo::PushAppRootKey(local.path(L"Korvane\\Vantrel").c_str());
+    ASSERT_EQ(o.Export(nullptr, File().c_str()), 1);
+    EXPECT_TRUE(RawValueExists(local.sub(L"Korvane"), L"Other"));
+    EXPECT_FALSE(RawKeyExists(local.sub(L"Korvane\\Vantrel")));
+    ProductInfo::PopAppRootKey();
+
+    // The settings key itself exists, empty: it stays.
+    RawCreateKey(local.sub());
+    ASSERT_EQ(o.Import(nullptr, File().c_str()), 1);
+    EXPECT_TRUE(RawKeyExists(local.sub()));
+}
+
 TEST_F(SettingsFile, ExportReplacesAStaleStagingKeyAndAnUnwritableFileFails)
 {
     // A stale "Temp" from an interrupted operation never reaches the file.
