@@ -170,9 +170,10 @@ int Policy::SetStrList(StrList& list, const wchar_t* name, int scope)
     RegKey sub;
     if (!sub.Open(key, name, 1))
         return 0;
-    // Entries are written in place, each only when it changed, so storing an unchanged list
-    // touches nothing; whatever else the subkey holds (entries past the end of a shorter list,
-    // stray values and subkeys) is removed, leaving exactly the list.
+    // Cleared first, then written in order: the subkey ends with exactly the REG_SZ entries
+    // "1", "2", ..., whatever it held before (stray values and subkeys, entries past the end of
+    // a shorter list, an entry holding the same text under another type).
+    sub.DelAll();
     unsigned n = 0;
     for (DMPos pos = list.GetHeadPosition(); pos;) {
         const wchar_t* s = list.GetNext(pos);
@@ -180,28 +181,6 @@ int Policy::SetStrList(StrList& list, const wchar_t* name, int scope)
         StrFormat(valueName, L"%u", ++n);
         if (!sub.PutStr(valueName, s ? s : L"", 1))
             return 0;
-    }
-    wchar_t child[256];
-    while (sub.GetSubKeyByIndex(0, child, 256) && child[0])
-        if (!sub.DelSubKey(child))
-            break;
-    // The same name coming back at the same index means it could not be removed: step past it.
-    std::vector<wchar_t> valueName(16384);
-    std::wstring prev;
-    bool bHavePrev = false;
-    for (DWORD i = 0; sub.GetValueByIndex(i, valueName.data(), (unsigned)valueName.size());) {
-        const wchar_t* v = valueName.data();
-        int index;
-        wchar_t canonical[16];
-        bool keep = ParseDecimalInt(v, &index) && index >= 1 && (unsigned)index <= n &&
-                    (StrFormat(canonical, L"%d", index), StrEqual(v, canonical));
-        if (keep || (bHavePrev && prev == v)) {
-            ++i;
-            continue;
-        }
-        prev = v;
-        bHavePrev = true;
-        sub.DelValue(v);
     }
     return 1;
 }

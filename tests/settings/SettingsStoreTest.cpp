@@ -239,15 +239,24 @@ TEST_F(SettingsKeys, StoreWritesOnlyChangesAndNeverThePolicy)
     RawSetStr(Local(), L"Timeout", L"10", REG_EXPAND_SZ);
     RawSetStr(Local(), L"Schedule", L"*", REG_EXPAND_SZ);
     RawSetStr(Local(), L"MessageText", L"", REG_EXPAND_SZ);
-    RawSetStr(Local(L"ApplyTo"), L"2", L"Lab", REG_EXPAND_SZ);
+    // List entries are the exception: they always end as exactly the REG_SZ entries "1", "2", ...,
+    // also where an entry held the same text under another type.
+    RawSetStr(Local(L"ApplyTo"), L"1", L"Kiosk", REG_EXPAND_SZ);
+    RawSetBin(Local(L"ApplyTo"), L"2", L"Lab", sizeof(L"Lab"));
     ASSERT_EQ(o.Store(), 1);
     for (const auto& v : {std::make_pair(Local(), L"Timeout"), std::make_pair(Local(), L"Schedule"),
-                          std::make_pair(Local(), L"MessageText"), std::make_pair(Local(L"ApplyTo"), L"2")}) {
+                          std::make_pair(Local(), L"MessageText")}) {
         DWORD type = 0;
         ASSERT_TRUE(RawGet(v.first, v.second, &type, nullptr));
         EXPECT_EQ(type, (DWORD)REG_EXPAND_SZ) << "rewritten: " << std::string(v.second, v.second + wcslen(v.second));
     }
     EXPECT_EQ(RawGetStr(Local(), L"Timeout"), L"10");
+    for (const wchar_t* entry : {L"1", L"2"}) {
+        DWORD type = 0;
+        ASSERT_TRUE(RawGet(Local(L"ApplyTo"), entry, &type, nullptr));
+        EXPECT_EQ(type, (DWORD)REG_SZ) << "list entry " << (char)entry[0];
+    }
+    EXPECT_EQ(RawGetStr(Local(L"ApplyTo"), L"2"), L"Lab");
 
     // A shorter list leaves exactly its own entries behind.
     o.listInclude.RemoveAt(o.listInclude.GetHeadPosition());
