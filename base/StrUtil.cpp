@@ -26,6 +26,29 @@ unsigned StrCopyN(wchar_t* dst, unsigned cch, const wchar_t* src, unsigned n)
 
 unsigned StrCopy(wchar_t* dst, unsigned cch, const wchar_t* src) { return StrCopyN(dst, cch, src, ~0u); }
 
+unsigned StrExpandNumber(wchar_t* dst, unsigned cch, const wchar_t* text, const wchar_t* value)
+{
+    if (!dst || cch == 0)
+        return 0;
+    if (!value)
+        value = L"";
+    unsigned n = 0;
+    for (const wchar_t* p = text ? text : L""; *p && n + 1 < cch;) {
+        if (p[0] == L'%' && p[1] == L'd') {
+            for (const wchar_t* v = value; *v && n + 1 < cch; ++v)
+                dst[n++] = *v;
+            p += 2;
+        } else if (p[0] == L'%' && p[1] == L'%') {
+            dst[n++] = L'%';
+            p += 2;
+        } else {
+            dst[n++] = *p++;
+        }
+    }
+    dst[n] = 0;
+    return n;
+}
+
 unsigned StrAppend(wchar_t* dst, unsigned cch, const wchar_t* src)
 {
     if (!dst || cch == 0)

@@ -17,6 +17,12 @@ unsigned StrAppend(wchar_t* dst, unsigned cch, const wchar_t* src);
 unsigned StrFormat(wchar_t* dst, unsigned cch, const wchar_t* fmt, ...);
 unsigned StrFormatV(wchar_t* dst, unsigned cch, const wchar_t* fmt, va_list args);
 
+// Copies text into dst with each "%d" replaced by value and each "%%" by "%"; every other
+// character, "%" included, is copied as it is. This is how an administrator's message text takes
+// its number: it is never handed to printf as a format, so a stray "%s" in it does no harm.
+// Returns the length written; a result that does not fit is cut and terminated.
+unsigned StrExpandNumber(wchar_t* dst, unsigned cch, const wchar_t* text, const wchar_t* value);
+
 unsigned StrLen(const wchar_t* s);
 inline bool StrIsEmpty(const wchar_t* s) { return !s || !*s; }
 // Exact and case-insensitive equality; null equals empty.
@@ -31,6 +37,12 @@ bool StrStartsWith(const wchar_t* s, const wchar_t* prefix, bool bIgnoreCase);
 wchar_t* StrDup(const wchar_t* s);
 wchar_t* StrDupN(const wchar_t* s, unsigned n);
 void StrFree(wchar_t* s);
+// Frees an owned copy and empties the pointer that held it.
+inline void StrRelease(wchar_t*& s)
+{
+    StrFree(s);
+    s = nullptr;
+}
 
 // Fixed-array conveniences: the size comes from the array itself.
 template <unsigned N> inline unsigned StrCopy(wchar_t (&dst)[N], const wchar_t* src) { return StrCopy(dst, N, src); }

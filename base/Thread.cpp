@@ -2,6 +2,8 @@
 
 #include <process.h>
 
+#include "base/Handle.h"
+
 DMThread::DMThread() : hThread(nullptr), dwThreadId(0) {}
 
 DMThread::~DMThread()
@@ -10,7 +12,7 @@ DMThread::~DMThread()
         DWORD err = GetLastError();
         if (GetCurrentThreadId() != dwThreadId)
             WaitForSingleObject(hThread, INFINITE);
-        CloseHandle(hThread);
+        CloseHandleKeepError(hThread);
         hThread = nullptr;
         SetLastError(err);
     }
@@ -38,7 +40,7 @@ int DMThread::Start()
     if (ResumeThread(hThread) == (DWORD)-1) {
         DWORD err = GetLastError();
         TerminateThread(hThread, err);
-        CloseHandle(hThread);
+        CloseHandleKeepError(hThread);
         hThread = nullptr;
         dwThreadId = 0;
         SetLastError(err);

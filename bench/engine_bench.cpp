@@ -86,13 +86,13 @@ Running RunEngine(int sessions, DWORD seconds)
     ts.Install();
     for (int i = 0; i < sessions; ++i)
         ts.AddSession(10 + i, (L"user" + std::to_wstring(i)).c_str(), L"CORP");
-    EngineControl(0, 0, nullptr, nullptr);
-    EngineControl(3, 0, nullptr, nullptr);
+    EngineControl(EngineInitialise, 0, nullptr, nullptr);
+    EngineControl(EngineStart, 0, nullptr, nullptr);
     Sleep(1500); // every thread started and settled
     double cpu0 = CpuSeconds();
     Sleep(seconds * 1000);
     Running r{(CpuSeconds() - cpu0) / seconds, ThreadCount(), PrivateMB()};
-    EngineControl(1, 0, nullptr, nullptr);
+    EngineControl(EngineStop, 0, nullptr, nullptr);
     ts.Uninstall();
     ProductInfo::PopAppRootKey();
     VXThread::bQuitAll = 0;

@@ -2,6 +2,7 @@
 
 #include <shlobj.h>
 
+#include "base/Handle.h"
 #include "base/StrUtil.h"
 
 extern "C" int WINAPI GetDataFolder(wchar_t* buf)
@@ -9,12 +10,12 @@ extern "C" int WINAPI GetDataFolder(wchar_t* buf)
     if (!buf)
         return 0;
     buf[0] = 0;
-    LPITEMIDLIST pidl = nullptr;
-    if (FAILED(SHGetSpecialFolderLocation(nullptr, CSIDL_COMMON_APPDATA, &pidl)) || !pidl)
+    CoTaskPtr<ITEMIDLIST> pidl;
+    if (FAILED(SHGetSpecialFolderLocation(nullptr, CSIDL_COMMON_APPDATA, pidl.Receive())) || !pidl)
         return 0;
     wchar_t path[MAX_PATH] = L"";
-    BOOL ok = SHGetPathFromIDListW(pidl, path);
-    CoTaskMemFree(pidl);
+    BOOL ok = SHGetPathFromIDListW(pidl.Get(), path);
+    pidl.Close();
     if (!ok || !path[0])
         return 0;
     unsigned len = StrLen(path);

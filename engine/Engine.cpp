@@ -2,6 +2,8 @@
 
 #include <wtsapi32.h>
 
+#include <atomic>
+
 #include "base/StrUtil.h"
 #include "engine/EventLog.h"
 #include "engine/Host.h"
@@ -16,7 +18,7 @@ namespace {
 MyOpts g_opts;
 wchar_t g_szComputerName[MAX_COMPUTERNAME_LENGTH + 1];
 HANDLE g_hQuitEvent = nullptr;
-volatile LONG g_nSessionsTotal = 0;
+std::atomic<LONG> g_nSessionsTotal{0};
 const DWORD kNoSession = 0xFFFFFFFF;
 const DWORD kQuitUserRights = 0x100000; // SYNCHRONIZE: interactive users may only wait on it
 bool g_bWtsLoaded = false;
@@ -25,28 +27,27 @@ bool g_bWtsLoaded = false;
 void QueryString(DWORD id, WTS_INFO_CLASS cls, wchar_t* buf, unsigned cch)
 {
     buf[0] = 0;
-    LPWSTR p = nullptr;
+    WtsPtr<wchar_t> p;
     DWORD cb = 0;
-    if (WtsApi32::WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, id, cls, &p, &cb) && p) {
-        // Never trust the terminator: copy at most what was returned.
-        StrCopyN(buf, cch, p, cb / sizeof(wchar_t));
-        WtsApi32::WTSFreeMemory(p);
-    }
+    // Never trust the terminator: copy at most what was returned.
+    if (WtsApi32::WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, id, cls, p.Receive(), &cb) && p)
+        StrCopyN(buf, cch, p.Get(), cb / sizeof(wchar_t));
 }
 
 void QueryUser(DWORD id, wchar_t* domain, wchar_t* user, unsigned cch)
 {
     domain[0] = user[0] = 0;
-    LPWSTR p = nullptr;
-    DWORD cb = 0;
-    if (WtsApi32::WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, id, WTSSessionInfo, &p, &cb) && p) {
-        if (cb >= sizeof(WTSINFOW)) {
-            const WTSINFOW* info = reinterpret_cast<const WTSINFOW*>(p);
-            StrCopyN(domain, cch, info->Domain, DOMAIN_LENGTH + 1);
-            StrCopyN(user, cch, info->UserName, USERNAME_LENGTH + 1);
+    {
+        WtsPtr<wchar_t> p;
+        DWORD cb = 0;
+        if (WtsApi32::WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, id, WTSSessionInfo, p.Receive(), &cb) && p) {
+            if (cb >= sizeof(WTSINFOW)) {
+                const WTSINFOW* info = reinterpret_cast<const WTSINFOW*>(p.Get());
+                StrCopyN(domain, cch, info->Domain, DOMAIN_LENGTH + 1);
+                StrCopyN(user, cch, info->UserName, USERNAME_LENGTH + 1);
+            }
+            return;
         }
-        WtsApi32::WTSFreeMemory(p);
-        return;
     }
     QueryString(id, WTSDomainName, domain, cch);
     QueryString(id, WTSUserName, user, cch);
@@ -73,14 +74,13 @@ const wchar_t* EngineComputerName() { return g_szComputerName; }
 
 DWORD CountActiveSessions()
 {
-    PWTS_SESSION_INFOW info = nullptr;
+    WtsPtr<WTS_SESSION_INFOW> info;
     DWORD count = 0, active = 0;
-    if (!WtsApi32::WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, &info, &count) || !info)
+    if (!WtsApi32::WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, info.Receive(), &count) || !info)
         return 0;
     for (DWORD i = 0; i < count; ++i)
-        if (info[i].State == WTSActive)
+        if (info.Get()[i].State == WTSActive)
             ++active;
-    WtsApi32::WTSFreeMemory(info);
     return active;
 }
 
@@ -233,19 +233,18 @@ void RefreshSessions(int bFull)
     if (!ReloadSettings(bFull))
         return;
     if (opts.bEnable) {
-        InterlockedExchange(&g_nSessionsTotal, 0);
+        g_nSessionsTotal = 0;
         if (!opts.bKeepLastActiveUser)
             VXThread::dwSessionIdActiveUser = kNoSession;
-        PWTS_SESSION_INFOW info = nullptr;
+        WtsPtr<WTS_SESSION_INFOW> info;
         DWORD count = 0;
-        if (WtsApi32::WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, &info, &count) && info) {
+        if (WtsApi32::WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, info.Receive(), &count) && info) {
             for (DWORD i = 0; i < count; ++i) {
-                if (info[i].State != WTSActive)
+                if (info.Get()[i].State != WTSActive)
                     continue;
-                InterlockedIncrement(&g_nSessionsTotal);
-                MonitorSession(info[i].SessionId);
+                ++g_nSessionsTotal;
+                MonitorSession(info.Get()[i].SessionId);
             }
-            WtsApi32::WTSFreeMemory(info);
         } else if (VXThreadBkg* bkg = VXThreadBkg::pThreadBkg) {
             bkg->RefreshDelayed(15);
         }
@@ -325,7 +324,7 @@ static void OnSessionChange(DWORD type, DWORD id)
 {
     switch (type) {
     case WTS_SESSION_LOGON:
-        InterlockedIncrement(&g_nSessionsTotal);
+        ++g_nSessionsTotal;
         [[fallthrough]];
     case WTS_CONSOLE_CONNECT:
         ReloadSettings(1);
@@ -338,7 +337,7 @@ static void OnSessionChange(DWORD type, DWORD id)
         WriteStatus();
         break;
     case WTS_SESSION_LOGOFF:
-        InterlockedDecrement(&g_nSessionsTotal);
+        --g_nSessionsTotal;
         if (VXThread::dwSessionIdActiveUser == id)
             VXThread::dwSessionIdActiveUser = kNoSession;
         WriteStatus();
@@ -371,7 +370,7 @@ DWORD EngineControl(DWORD dwControl, DWORD dwEventType, LPVOID pEventData, SERVI
 {
     try {
         switch (dwControl) {
-        case 0: {
+        case EngineInitialise: {
             if (!g_bWtsLoaded)
                 g_bWtsLoaded = WtsApi32::Load() != 0;
             DWORD n = MAX_COMPUTERNAME_LENGTH + 1;
@@ -386,30 +385,31 @@ DWORD EngineControl(DWORD dwControl, DWORD dwEventType, LPVOID pEventData, SERVI
             }
             break;
         }
-        case 3:
+        case EngineStart:
             StartEngine();
             break;
-        case 1:
+        case EngineStop:
             StopEngine();
             break;
-        case SERVICE_CONTROL_SESSIONCHANGE:
+        case EngineSessionChange:
             if (pEventData)
                 OnSessionChange(dwEventType, static_cast<WTSSESSION_NOTIFICATION*>(pEventData)->dwSessionId);
             break;
-        case 128:
+        case EngineReloadSettings:
             // After the sessions were released (129), the settings change starts monitoring again.
             if (VXThread::bQuitAll)
                 ResumeMonitoring();
             RefreshSessions(1);
             break;
-        case 129:
+        case EngineReleaseSessions:
             StopMonitoring();
             break;
         default:
             break;
         }
     } catch (...) {
-        // Nothing may escape into the service manager's thread.
+        // Nothing may escape into the service manager's thread; the administrator reads about it.
+        LogEventNumber(MSG_ENGINE_ERROR, (long)dwControl);
     }
     return 0;
 }

@@ -6,9 +6,19 @@
 
 class MyOpts;
 
-// The service host's one callback. Codes: 0 initialise, 3 start, 1 stop, 14 session change
-// (event data: WTSSESSION_NOTIFICATION), 128 settings changed (full refresh), 129 release every
-// session (the service keeps running). Always 0.
+// The codes the service host passes to the engine: the service manager's own numbers where there
+// is one, the product's user-defined controls above 127 (the configuration utility sends 128,
+// "/uninstall-msi" sends 129).
+enum EngineCode : DWORD {
+    EngineInitialise = 0,      // before the service reports running: names, notifications, quit event
+    EngineStop = 1,            // SERVICE_CONTROL_STOP
+    EngineStart = 3,           // the service is running: scan the sessions
+    EngineSessionChange = 14,  // SERVICE_CONTROL_SESSIONCHANGE; event data: WTSSESSION_NOTIFICATION
+    EngineReloadSettings = 128, // the settings changed: full refresh
+    EngineReleaseSessions = 129, // stop watching every session; the service keeps running
+};
+
+// The service host's one callback, with an EngineCode. Always 0.
 DWORD EngineControl(DWORD dwControl, DWORD dwEventType, LPVOID pEventData, SERVICE_STATUS* pStatus);
 
 // Admits the session when the rules allow; 1 when it is watched afterwards.

@@ -13,6 +13,12 @@
 
 namespace {
 
+// Buffers the network-account functions hand back.
+template <class T> struct NetApiMemoryTraits : NullEmptyTraits<T*> {
+    static void Release(T* p) { NetApiBufferFree(p); }
+};
+template <class T> using NetApiPtr = Owner<T*, NetApiMemoryTraits<T>>;
+
 DWORD RealGetTickCount()
 {
     return GetTickCount();
@@ -53,7 +59,7 @@ int RealSetShutdownPrivilege(int bEnable)
     // the last error (ERROR_NOT_ALL_ASSIGNED) tells. It is cleared first so that an older error
     // cannot pass for a failure.
     SetLastError(ERROR_SUCCESS);
-    if (!AdjustTokenPrivileges(token, FALSE, &tp, 0, nullptr, nullptr))
+    if (!AdjustTokenPrivileges(token.Get(), FALSE, &tp, 0, nullptr, nullptr))
         return 0;
     return GetLastError() == ERROR_SUCCESS;
 }
@@ -64,42 +70,38 @@ void RealGetUserGroups(const wchar_t* domain, const wchar_t* user, StrList& grou
     // The groups live on a domain controller of the user's domain; when none answers, this
     // computer is asked instead (it may be the domain controller itself).
     wchar_t szServer[MAX_PATH] = L"";
-    LPWSTR pszDC = nullptr;
-    if (NetGetAnyDCName(nullptr, domain, (LPBYTE*)&pszDC) == NERR_Success && pszDC) {
-        StrCopy(szServer, pszDC);
+    NetApiPtr<wchar_t> dc;
+    if (NetGetAnyDCName(nullptr, domain, (LPBYTE*)dc.Receive()) == NERR_Success && dc) {
+        StrCopy(szServer, dc.Get());
     } else {
         wchar_t szComputer[MAX_COMPUTERNAME_LENGTH + 1] = L"";
         DWORD cch = MAX_COMPUTERNAME_LENGTH + 1;
         GetComputerNameW(szComputer, &cch);
         StrFormat(szServer, L"\\\\%s", szComputer);
     }
-    if (pszDC)
-        NetApiBufferFree(pszDC);
+    dc.Close();
 
-    GROUP_USERS_INFO_0* pInfo = nullptr;
+    NetApiPtr<GROUP_USERS_INFO_0> info;
     DWORD nRead = 0, nTotal = 0;
-    NET_API_STATUS status = NetUserGetGroups(szServer, user, 0, (LPBYTE*)&pInfo, MAX_PREFERRED_LENGTH, &nRead, &nTotal);
-    if (status == NERR_Success && pInfo) {
+    NET_API_STATUS status =
+        NetUserGetGroups(szServer, user, 0, (LPBYTE*)info.Receive(), MAX_PREFERRED_LENGTH, &nRead, &nTotal);
+    if (status == NERR_Success && info) {
         for (DWORD i = 0; i < nRead; ++i)
-            groups.AddTail(pInfo[i].grui0_name);
+            groups.AddTail(info.Get()[i].grui0_name);
     }
-    if (pInfo)
-        NetApiBufferFree(pInfo);
 }
 
 void RealGetUserLocalGroups(const wchar_t* fullName, StrList& groups)
 {
     groups.RemoveAll();
-    LOCALGROUP_USERS_INFO_0* pInfo = nullptr;
+    NetApiPtr<LOCALGROUP_USERS_INFO_0> info;
     DWORD nRead = 0, nTotal = 0;
-    NET_API_STATUS status = NetUserGetLocalGroups(nullptr, fullName, 0, LG_INCLUDE_INDIRECT, (LPBYTE*)&pInfo,
+    NET_API_STATUS status = NetUserGetLocalGroups(nullptr, fullName, 0, LG_INCLUDE_INDIRECT, (LPBYTE*)info.Receive(),
                                                   MAX_PREFERRED_LENGTH, &nRead, &nTotal);
-    if (status == NERR_Success && pInfo) {
+    if (status == NERR_Success && info) {
         for (DWORD i = 0; i < nRead; ++i)
-            groups.AddTail(pInfo[i].lgrui0_name);
+            groups.AddTail(info.Get()[i].lgrui0_name);
     }
-    if (pInfo)
-        NetApiBufferFree(pInfo);
 }
 
 } // namespace

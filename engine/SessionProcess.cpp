@@ -35,11 +35,11 @@ int StartProcessInSession(DWORD session, const wchar_t* cmdLine)
     Handle primary;
     TOKEN_LINKED_TOKEN linked = {};
     DWORD cb = 0;
-    if (GetTokenInformation(userToken, TokenLinkedToken, &linked, sizeof linked, &cb) && linked.LinkedToken) {
+    if (GetTokenInformation(userToken.Get(), TokenLinkedToken, &linked, sizeof linked, &cb) && linked.LinkedToken) {
         primary.Attach(linked.LinkedToken);
     } else {
         HANDLE hDup = nullptr;
-        if (!DuplicateTokenEx(userToken, TOKEN_ASSIGN_PRIMARY | TOKEN_DUPLICATE | TOKEN_QUERY, nullptr,
+        if (!DuplicateTokenEx(userToken.Get(), TOKEN_ASSIGN_PRIMARY | TOKEN_DUPLICATE | TOKEN_QUERY, nullptr,
                               SecurityImpersonation, TokenPrimary, &hDup))
             return 0;
         primary.Attach(hDup);
@@ -51,7 +51,7 @@ int StartProcessInSession(DWORD session, const wchar_t* cmdLine)
     si.lpDesktop = szDesktop;
     PROCESS_INFORMATION pi = {};
     for (int attempt = 1;; ++attempt) {
-        if (CreateProcessAsUserW(primary, nullptr, szCmdLine, nullptr, nullptr, FALSE, NORMAL_PRIORITY_CLASS,
+        if (CreateProcessAsUserW(primary.Get(), nullptr, szCmdLine, nullptr, nullptr, FALSE, NORMAL_PRIORITY_CLASS,
                                  nullptr, nullptr, &si, &pi))
             break;
         if (attempt >= kStartAttempts)

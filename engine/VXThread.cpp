@@ -15,14 +15,17 @@
 DMList VXThread::list;
 CritSec VXThread::critSec;
 CritSec VXThread::csOpts;
-volatile DWORD VXThread::dwSessionIdActiveUser = 0xFFFFFFFF;
-volatile int VXThread::bQuitAll = 0;
+std::atomic<DWORD> VXThread::dwSessionIdActiveUser{0xFFFFFFFF};
+std::atomic<int> VXThread::bQuitAll{0};
 wchar_t VXThread::szLastLogOff[256];
 
 namespace {
 const DWORD kNoSession = 0xFFFFFFFF;
 const DWORD kWakeMs = 1000;
 const DWORD kEventSetOnly = 0x2; // EVENT_MODIFY_STATE: interactive users may only set the event
+// The Terminal Services warning box: a warning icon, in front of everything, from a service.
+const DWORD kWarningBoxStyle = MB_ICONWARNING | MB_SETFOREGROUND | MB_TOPMOST | MB_SERVICE_NOTIFICATION;
+static_assert(kWarningBoxStyle == 0x250030, "the style the warning box has always had");
 }
 
 VXThread::VXThread(MyOpts& o, DWORD id)
@@ -143,7 +146,7 @@ HANDLE VXThread::CreateSessionEvent(const wchar_t* name, BOOL bManualReset, DWOR
     wchar_t sddl[128];
     StrFormat(sddl, L"D:(A;;0x%lX;;;%s)(A;;GA;;;LS)", dwUserRights, L"IU");
     LocalPtr<void> sd;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, &sd, nullptr))
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1, sd.Receive(), nullptr))
         return nullptr;
     SECURITY_ATTRIBUTES sa = {sizeof(sa), sd.Get(), TRUE};
     HANDLE h = CreateEventW(&sa, bManualReset, FALSE, name);
@@ -358,29 +361,6 @@ void VXThread::DoLogoffSession(int bStaleLogoff)
     }
 }
 
-// The warning text with its "%d" replaced by the minutes left. Only "%d" (and "%%") are
-// expanded: an administrator's text is never handed to printf as a format, so a stray "%s" in
-// it can do no harm.
-static void FormatWarning(wchar_t* out, unsigned cch, const wchar_t* text, DWORD minutes)
-{
-    wchar_t number[16];
-    StrFormat(number, L"%lu", (unsigned long)minutes);
-    unsigned n = 0;
-    for (const wchar_t* p = text; *p && n + 1 < cch;) {
-        if (p[0] == L'%' && p[1] == L'd') {
-            for (const wchar_t* d = number; *d && n + 1 < cch; ++d)
-                out[n++] = *d;
-            p += 2;
-        } else if (p[0] == L'%' && p[1] == L'%') {
-            out[n++] = L'%';
-            p += 2;
-        } else {
-            out[n++] = *p++;
-        }
-    }
-    out[n] = 0;
-}
-
 void VXThread::DeliverWarning()
 {
     const int locked = bLocked;
@@ -394,8 +374,9 @@ void VXThread::DeliverWarning()
         LoadResString(locked ? IDS_WARNING_TEXT_LOCKED : IDS_WARNING_TEXT, builtIn, 1024);
         text = builtIn;
     }
-    wchar_t message[512];
-    FormatWarning(message, 512, text, dwWarnMin);
+    wchar_t minutes[16], message[512];
+    StrFormat(minutes, L"%lu", (unsigned long)dwWarnMin);
+    StrExpandNumber(message, 512, text, minutes);
 
     // In an unlocked session the monitor's own window shows a live countdown.
     if (!locked && StartInSession(L"/msg"))
@@ -403,7 +384,7 @@ void VXThread::DeliverWarning()
     wchar_t title[] = L"Vantrel";
     DWORD response = 0;
     WtsApi32::WTSSendMessageW(WTS_CURRENT_SERVER_HANDLE, dwSessionId, title, (DWORD)(StrLen(title) * sizeof(wchar_t)),
-                              message, (DWORD)(StrLen(message) * sizeof(wchar_t)), 0x250030, dwWarnMs / 1000, &response,
+                              message, (DWORD)(StrLen(message) * sizeof(wchar_t)), kWarningBoxStyle, dwWarnMs / 1000, &response,
                               FALSE);
 }
 

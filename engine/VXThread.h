@@ -12,6 +12,8 @@
 #pragma once
 #include <windows.h>
 
+#include <atomic>
+
 #include "base/DMList.h"
 #include "base/Thread.h"
 
@@ -50,16 +52,16 @@ public:
     DWORD GetLastActivity() const { return dwLastActivity; }
 
     // Written by the engine's session-change handler and TrimStaleSessions; read each second.
-    volatile int bLocked;
-    volatile int bStale;
+    std::atomic<int> bLocked;
+    std::atomic<int> bStale;
 
     static DMList list;
     static CritSec critSec;
     // Guards the texts and lists of the engine's settings record while a reload replaces them
     // (numbers are plain words, read without it).
     static CritSec csOpts;
-    static volatile DWORD dwSessionIdActiveUser; // 0xFFFFFFFF: none
-    static volatile int bQuitAll;
+    static std::atomic<DWORD> dwSessionIdActiveUser; // 0xFFFFFFFF: none
+    static std::atomic<int> bQuitAll;
     static wchar_t szLastLogOff[256];
 
     // The longest time in minutes that the 32-bit millisecond tick can measure (about 49.7
@@ -97,7 +99,7 @@ private:
 
     MyOpts& opts;
     DWORD dwSessionId;
-    volatile DWORD dwLastActivity;
+    std::atomic<DWORD> dwLastActivity;
     wchar_t szUserName[256];
     int bScheduleReported;
 

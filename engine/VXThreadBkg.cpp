@@ -1,5 +1,6 @@
 #include "engine/VXThreadBkg.h"
 
+#include <reason.h>
 #include <userenv.h>
 
 #include "base/Handle.h"
@@ -9,7 +10,7 @@
 #include "engine/VXThread.h"
 #include "settings/MyOpts.h"
 
-VXThreadBkg* volatile VXThreadBkg::pThreadBkg = nullptr;
+std::atomic<VXThreadBkg*> VXThreadBkg::pThreadBkg{nullptr};
 
 VXThreadBkg::VXThreadBkg(MyOpts& o) : dwRescanAt(0), dwShutdownAt(0), bResumed(0), opts(o) {}
 
@@ -77,7 +78,8 @@ int VXThreadBkg::DoShutdown()
         // A computer that cannot sleep is shut down instead.
         LogEventError(MSG_SUSPEND_FAILED, nullptr);
     }
-    if (Seams::pfnInitiateSystemShutdownEx(nullptr, nullptr, 1, FALSE, FALSE, 0x80000000)) {
+    // One second of notice, no forced close of applications, no restart; a planned shutdown.
+    if (Seams::pfnInitiateSystemShutdownEx(nullptr, nullptr, 1, FALSE, FALSE, SHTDN_REASON_FLAG_PLANNED)) {
         LogEvent(MSG_SHUTDOWN_STARTED);
         Seams::pfnSetShutdownPrivilege(0);
     } else {

@@ -8,6 +8,8 @@
 #pragma once
 #include <windows.h>
 
+#include <atomic>
+
 #include "base/Thread.h"
 
 class MyOpts;
@@ -30,11 +32,11 @@ public:
     // One wake on the one-second time-out.
     void OnTick(DWORD dwNow);
 
-    static VXThreadBkg* volatile pThreadBkg;
+    static std::atomic<VXThreadBkg*> pThreadBkg;
 
-    volatile DWORD dwRescanAt;   // tick of the due full re-scan; 0 = none
-    volatile DWORD dwShutdownAt; // tick of the due power action; 0 = no countdown
-    volatile int bResumed;       // set after a suspend started here
+    std::atomic<DWORD> dwRescanAt;   // tick of the due full re-scan; 0 = none
+    std::atomic<DWORD> dwShutdownAt; // tick of the due power action; 0 = no countdown
+    std::atomic<int> bResumed;       // set after a suspend started here
 
 protected:
     DWORD DoThreadEx() override;

@@ -36,26 +36,26 @@ BOOL Missing()
 
 } // namespace
 
-WtsApi32::WtsApi32() : hModule(nullptr), resolved{}
+WtsApi32::WtsApi32() : resolved{}
 {
-    hModule = LoadLibraryW(L"WTSAPI32");
+    hModule.Attach(LoadLibraryW(L"WTSAPI32"));
     if (!hModule)
         return;
     HMODULE kernel = GetModuleHandleW(L"KERNEL32");
     resolved.pfnWTSRegisterSessionNotification =
-        GetProcAs<decltype(resolved.pfnWTSRegisterSessionNotification)>(hModule, "WTSRegisterSessionNotification");
+        GetProcAs<decltype(resolved.pfnWTSRegisterSessionNotification)>(hModule.Get(), "WTSRegisterSessionNotification");
     resolved.pfnWTSUnRegisterSessionNotification =
-        GetProcAs<decltype(resolved.pfnWTSUnRegisterSessionNotification)>(hModule, "WTSUnRegisterSessionNotification");
+        GetProcAs<decltype(resolved.pfnWTSUnRegisterSessionNotification)>(hModule.Get(), "WTSUnRegisterSessionNotification");
     resolved.pfnWTSGetActiveConsoleSessionId =
         GetProcAs<decltype(resolved.pfnWTSGetActiveConsoleSessionId)>(kernel, "WTSGetActiveConsoleSessionId");
     resolved.pfnWTSQuerySessionInformation =
-        GetProcAs<decltype(resolved.pfnWTSQuerySessionInformation)>(hModule, "WTSQuerySessionInformationW");
-    resolved.pfnWTSFreeMemory = GetProcAs<decltype(resolved.pfnWTSFreeMemory)>(hModule, "WTSFreeMemory");
-    resolved.pfnWTSLogoffSession = GetProcAs<decltype(resolved.pfnWTSLogoffSession)>(hModule, "WTSLogoffSession");
-    resolved.pfnWTSQueryUserToken = GetProcAs<decltype(resolved.pfnWTSQueryUserToken)>(hModule, "WTSQueryUserToken");
+        GetProcAs<decltype(resolved.pfnWTSQuerySessionInformation)>(hModule.Get(), "WTSQuerySessionInformationW");
+    resolved.pfnWTSFreeMemory = GetProcAs<decltype(resolved.pfnWTSFreeMemory)>(hModule.Get(), "WTSFreeMemory");
+    resolved.pfnWTSLogoffSession = GetProcAs<decltype(resolved.pfnWTSLogoffSession)>(hModule.Get(), "WTSLogoffSession");
+    resolved.pfnWTSQueryUserToken = GetProcAs<decltype(resolved.pfnWTSQueryUserToken)>(hModule.Get(), "WTSQueryUserToken");
     resolved.pfnWTSEnumerateSessions =
-        GetProcAs<decltype(resolved.pfnWTSEnumerateSessions)>(hModule, "WTSEnumerateSessionsW");
-    resolved.pfnWTSSendMessage = GetProcAs<decltype(resolved.pfnWTSSendMessage)>(hModule, "WTSSendMessageW");
+        GetProcAs<decltype(resolved.pfnWTSEnumerateSessions)>(hModule.Get(), "WTSEnumerateSessionsW");
+    resolved.pfnWTSSendMessage = GetProcAs<decltype(resolved.pfnWTSSendMessage)>(hModule.Get(), "WTSSendMessageW");
 
     CritSecLock lock(LoadLock());
     fns = resolved;
@@ -80,8 +80,7 @@ WtsApi32::~WtsApi32()
             ClearIfSame(fns.pfnWTSSendMessage, resolved.pfnWTSSendMessage);
         }
     }
-    FreeLibrary(hModule);
-    hModule = nullptr;
+    hModule.Close();
 }
 
 int WtsApi32::Load()
@@ -183,15 +182,12 @@ int WtsApi32::LogoffSession(int bWait, DWORD dwSessionId)
 
 DWORD WtsApi32::GetSessionID(DWORD dwSessionId)
 {
-    LPWSTR pBuffer = nullptr;
+    WtsPtr<wchar_t> buffer;
     DWORD cb = 0;
-    DWORD id = 0xFFFFFFFF;
-    if (WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, dwSessionId, WTSSessionId, &pBuffer, &cb) && pBuffer &&
-        cb >= sizeof(DWORD))
-        id = *(const DWORD*)pBuffer;
-    if (pBuffer)
-        WTSFreeMemory(pBuffer);
-    return id;
+    if (WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, dwSessionId, WTSSessionId, buffer.Receive(), &cb) &&
+        buffer && cb >= sizeof(DWORD))
+        return *(const DWORD*)buffer.Get();
+    return 0xFFFFFFFF;
 }
 
 DWORD WtsApi32::GetSessionConnectState(DWORD dwSessionId)
@@ -203,41 +199,34 @@ DWORD WtsApi32::GetSessionConnectState(DWORD dwSessionId)
 
 int WtsApi32::QuerySessionConnectState(DWORD dwSessionId, DWORD& state)
 {
-    LPWSTR pBuffer = nullptr;
+    WtsPtr<wchar_t> buffer;
     DWORD cb = 0;
-    int bRead = 0;
-    if (WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, dwSessionId, WTSConnectState, &pBuffer, &cb) &&
-        pBuffer && cb >= sizeof(DWORD)) {
-        state = *(const DWORD*)pBuffer;
-        bRead = 1;
+    if (WTSQuerySessionInformationW(WTS_CURRENT_SERVER_HANDLE, dwSessionId, WTSConnectState, buffer.Receive(), &cb) &&
+        buffer && cb >= sizeof(DWORD)) {
+        state = *(const DWORD*)buffer.Get();
+        return 1;
     }
-    if (pBuffer)
-        WTSFreeMemory(pBuffer);
-    return bRead;
+    return 0;
 }
 
 DWORD WtsApi32::GetSessionCount()
 {
-    PWTS_SESSION_INFOW pInfo = nullptr;
+    WtsPtr<WTS_SESSION_INFOW> info;
     DWORD n = 0;
-    if (!WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, &pInfo, &n))
+    if (!WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, info.Receive(), &n))
         n = 0;
-    if (pInfo)
-        WTSFreeMemory(pInfo);
     return n;
 }
 
 DWORD WtsApi32::GetActiveSessionID()
 {
-    PWTS_SESSION_INFOW pInfo = nullptr;
+    WtsPtr<WTS_SESSION_INFOW> info;
     DWORD n = 0;
     DWORD pos = 0xFFFFFFFF;
-    if (WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, &pInfo, &n) && pInfo) {
+    if (WTSEnumerateSessionsW(WTS_CURRENT_SERVER_HANDLE, 0, 1, info.Receive(), &n) && info) {
         for (DWORD i = 0; i < n; i++)
-            if (pInfo[i].State == WTSActive)
+            if (info.Get()[i].State == WTSActive)
                 pos = i;
     }
-    if (pInfo)
-        WTSFreeMemory(pInfo);
     return pos;
 }

@@ -22,6 +22,8 @@
 #include <windows.h>
 #include <wtsapi32.h>
 
+#include "base/Handle.h"
+
 struct WtsApi32Fns {
     BOOL(WINAPI* pfnWTSRegisterSessionNotification)(HWND hWnd, DWORD dwFlags);
     BOOL(WINAPI* pfnWTSUnRegisterSessionNotification)(HWND hWnd);
@@ -48,7 +50,7 @@ public:
     WtsApi32(const WtsApi32&) = delete;
     WtsApi32& operator=(const WtsApi32&) = delete;
 
-    HMODULE GetModule() const { return hModule; }
+    HMODULE GetModule() const { return hModule.Get(); }
 
     // The process-wide instance (see above). Load answers nonzero when the library is loaded.
     static int Load();
@@ -92,6 +94,13 @@ public:
     static DWORD GetActiveSessionID();
 
 private:
-    HMODULE hModule;
+    ModuleHandle hModule;
     WtsApi32Fns resolved;   // what this object put into fns
 };
+
+// Memory that the Terminal Services functions hand back, released through the table's
+// WTSFreeMemory (nothing is released once the library has gone).
+template <class T> struct WtsMemoryTraits : NullEmptyTraits<T*> {
+    static void Release(T* p) { WtsApi32::WTSFreeMemory(p); }
+};
+template <class T> using WtsPtr = Owner<T*, WtsMemoryTraits<T>>;

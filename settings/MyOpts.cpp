@@ -188,21 +188,9 @@ void MyOpts::FormatUserMsg(wchar_t* out, unsigned cchOut, int bLocked, unsigned 
         LoadResString(bLocked ? IDS_WARNING_TEXT_LOCKED : IDS_WARNING_TEXT, builtIn, 1024);
         text = builtIn;
     }
-    wchar_t time[10];
-    StrFormat(time, L"%d:%02d", (int)a, (int)b);
-
-    // Only "%d" is a placeholder; every other character, "%" included, is copied as it is.
-    unsigned n = 0;
-    for (const wchar_t* p = text; *p && n + 1 < cchOut;) {
-        if (p[0] == L'%' && p[1] == L'd') {
-            for (const wchar_t* t = time; *t && n + 1 < cchOut; ++t)
-                out[n++] = *t;
-            p += 2;
-        } else {
-            out[n++] = *p++;
-        }
-    }
-    out[n] = 0;
+    wchar_t time[24];
+    StrFormat(time, L"%u:%02u", a, b);
+    StrExpandNumber(out, cchOut, text, time);
 }
 
 int MyOpts::CanDoShutdownAction(int action)

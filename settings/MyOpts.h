@@ -50,7 +50,7 @@ public:
     static unsigned FormatNotSettingsFile(const wchar_t* path, wchar_t* buf, unsigned cch);
 
     // The warning text for the user: the custom text (or the built-in one) with every "%d"
-    // replaced by the time left, "a:bb".
+    // replaced by the time left, "a:bb", and each "%%" by "%".
     void FormatUserMsg(wchar_t* out, unsigned cchOut, int bLocked, unsigned a, unsigned b);
 
     static int CanDoShutdownAction(int action);

@@ -32,7 +32,7 @@ int IniFile::ReadData()
     if (!file.IsValid())
         return 0;
     LARGE_INTEGER size{};
-    if (!GetFileSizeEx(file, &size))
+    if (!GetFileSizeEx(file.Get(), &size))
         return 0;
     if (size.QuadPart <= 0) {
         SetLastError(ERROR_HANDLE_EOF);
@@ -53,7 +53,7 @@ int IniFile::ReadData()
     }
     memset(text, 0, (cch + 1) * sizeof(wchar_t));
     DWORD got = 0;
-    if (!ReadFile(file, text, cch * sizeof(wchar_t), &got, nullptr)) {
+    if (!ReadFile(file.Get(), text, cch * sizeof(wchar_t), &got, nullptr)) {
         delete[] text;
         return 0;
     }
@@ -95,7 +95,7 @@ int IniFile::WriteData()
         Handle file(CreateFileW(szPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
         if (file.IsValid()) {
             const BYTE bom[2] = {0xFF, 0xFE};
-            ok = WriteAll(file, bom, sizeof(bom)) && WriteAll(file, text, cch * sizeof(wchar_t));
+            ok = WriteAll(file.Get(), bom, sizeof(bom)) && WriteAll(file.Get(), text, cch * sizeof(wchar_t));
         }
     }
     DWORD err = GetLastError();
@@ -108,14 +108,15 @@ int IniFile::WriteData()
 
 int IniFile::FindBootFile(const wchar_t* name)
 {
-    HKEY key = nullptr;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"Software\\Microsoft\\Windows\\CurrentVersion\\Setup", 0, KEY_READ, &key) != ERROR_SUCCESS)
+    RegKeyHandle key;
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, L"Software\\Microsoft\\Windows\\CurrentVersion\\Setup", 0, KEY_READ, key.Receive()) !=
+        ERROR_SUCCESS)
         return 0;
     // "BootDir" is a short folder ("C:\"): at most 80 bytes are accepted, always terminated.
     wchar_t dir[40 + 1] = {};
     DWORD cb = 80, type = 0;
-    LONG r = RegQueryValueExW(key, L"BootDir", nullptr, &type, (BYTE*)dir, &cb);
-    RegCloseKey(key);
+    LONG r = RegQueryValueExW(key.Get(), L"BootDir", nullptr, &type, (BYTE*)dir, &cb);
+    key.Close();
     if (r != ERROR_SUCCESS || (type != REG_SZ && type != REG_EXPAND_SZ) || !dir[0]) {
         SetLastError(r != ERROR_SUCCESS ? (DWORD)r : ERROR_FILE_NOT_FOUND);
         return 0;

@@ -2,6 +2,8 @@
 
 #include <new>
 
+#include "base/Handle.h"
+
 #include "base/StrUtil.h"
 
 int RegKey::bLogMode = 0;
@@ -54,11 +56,8 @@ HKEY RootFromName(const wchar_t* name)
 
 void CloseKeyKeepError(HKEY key)
 {
-    if (key && key != kLogDummyKey) {
-        DWORD err = GetLastError();
-        RegCloseKey(key);
-        SetLastError(err);
-    }
+    if (key != kLogDummyKey)
+        RegKeyHandle(key).Close();
 }
 
 // Sets the last error from a registry result and turns it into the nonzero-for-success form.
@@ -71,21 +70,12 @@ int Result(LONG r)
     return 1;
 }
 
-// A heap buffer for names and values larger than a sensible stack buffer.
-template <class T> struct HeapBuf {
-    T* p;
-    explicit HeapBuf(size_t n) : p(new (std::nothrow) T[n ? n : 1]) {}
-    ~HeapBuf() { delete[] p; }
-    HeapBuf(const HeapBuf&) = delete;
-    HeapBuf& operator=(const HeapBuf&) = delete;
-};
-
 // Saving and loading hives needs the backup and restore privileges, which administrators hold
 // but do not have enabled by default.
 void EnableHivePrivileges()
 {
-    HANDLE token = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, &token))
+    Handle token;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_ADJUST_PRIVILEGES | TOKEN_QUERY, token.Receive()))
         return;
     const wchar_t* names[] = {SE_BACKUP_NAME, SE_RESTORE_NAME};
     for (const wchar_t* name : names) {
@@ -93,9 +83,8 @@ void EnableHivePrivileges()
         tp.PrivilegeCount = 1;
         tp.Privileges[0].Attributes = SE_PRIVILEGE_ENABLED;
         if (LookupPrivilegeValueW(nullptr, name, &tp.Privileges[0].Luid))
-            AdjustTokenPrivileges(token, FALSE, &tp, 0, nullptr, nullptr);
+            AdjustTokenPrivileges(token.Get(), FALSE, &tp, 0, nullptr, nullptr);
     }
-    CloseHandle(token);
 }
 
 // Removes entries of a key (its values, or its subkeys) one by one. The walk stays at one index:

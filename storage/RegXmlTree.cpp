@@ -4,6 +4,8 @@
 #include <cwchar>
 #include <new>
 
+#include "base/Handle.h"
+
 #include "base/StrUtil.h"
 #include "storage/RegKey.h"
 
@@ -24,15 +26,6 @@ const wchar_t* const kTypeNames[] = {
 const DWORD kMaxStrBytes = 1042;
 const unsigned kMaxKeyName = 256;     // key names are at most 255 characters
 const unsigned kMaxValueName = 16384; // value names at most 16383
-
-// A heap buffer owned for one scope.
-template <class T> struct HeapBuf {
-    T* p;
-    explicit HeapBuf(size_t n) : p(new (std::nothrow) T[n ? n : 1]) {}
-    ~HeapBuf() { delete[] p; }
-    HeapBuf(const HeapBuf&) = delete;
-    HeapBuf& operator=(const HeapBuf&) = delete;
-};
 
 int HexDigit(wchar_t c)
 {

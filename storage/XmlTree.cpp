@@ -7,54 +7,14 @@
 #include <cstring>
 #include <cwchar>
 #include <cwctype>
+#include <new>
+
+#include "base/StrUtil.h"
 
 unsigned XmlTree::nLine = 0;
 unsigned XmlTree::nDepth = 0;
 
 namespace {
-
-// ---------------------------------------------------------------------------------------------
-// Strings
-
-wchar_t* Dup(const wchar_t* s)
-{
-    if (!s)
-        return nullptr;
-    size_t n = wcslen(s);
-    wchar_t* d = new wchar_t[n + 1];
-    wmemcpy(d, s, n + 1);
-    return d;
-}
-
-wchar_t* DupN(const wchar_t* s, size_t n)
-{
-    wchar_t* d = new wchar_t[n + 1];
-    wmemcpy(d, s, n);
-    d[n] = 0;
-    return d;
-}
-
-void Free(wchar_t*& s)
-{
-    delete[] s;
-    s = nullptr;
-}
-
-bool Equal(const wchar_t* a, const wchar_t* b) { return wcscmp(a ? a : L"", b ? b : L"") == 0; }
-
-wchar_t Fold(wchar_t c) { return (wchar_t)towupper((wint_t)c); }
-
-bool EqualNoCase(const wchar_t* a, const wchar_t* b)
-{
-    if (!a)
-        a = L"";
-    if (!b)
-        b = L"";
-    for (; *a && *b; ++a, ++b)
-        if (Fold(*a) != Fold(*b))
-            return false;
-    return *a == *b;
-}
 
 // Entity texts are plain ASCII: only ASCII letters fold, so no other character can pass for one.
 wchar_t FoldAscii(wchar_t c) { return (c >= L'A' && c <= L'Z') ? (wchar_t)(c - L'A' + L'a') : c; }
@@ -144,10 +104,19 @@ const wchar_t* ParseSkipName(const wchar_t* p)
     return p;
 }
 
+// A copy of [s, s + n); the parser treats memory running out like the rest of the C++ library.
+wchar_t* CopyRange(const wchar_t* s, size_t n)
+{
+    wchar_t* d = n < UINT_MAX ? StrDupN(s, (unsigned)n) : nullptr;
+    if (!d)
+        throw std::bad_alloc();
+    return d;
+}
+
 // A copy of [s, s + n) with its entities decoded.
 wchar_t* DecodeRange(const wchar_t* s, size_t n)
 {
-    wchar_t* d = DupN(s, n);
+    wchar_t* d = CopyRange(s, n);
     XmlTree::GetConvertStr(d, d); // decoding never lengthens, so it works in place
     return d;
 }
@@ -199,7 +168,7 @@ bool ParseAttribNameValue(const wchar_t*& p, XmlTreeItem* item)
         throw ParseError{XmlTree::IdsMissingQuote, p};
     CountLines(value, end);
     XmlAttrib* attr = new XmlAttrib;
-    attr->name = DupN(name, (size_t)(nameEnd - name));
+    attr->name = CopyRange(name, (size_t)(nameEnd - name));
     attr->value = DecodeRange(value, (size_t)(end - value));
     item->GetListAttr().AddTail(attr);
     p = end + 1;
@@ -244,12 +213,12 @@ void PutTabs(wchar_t*& out, unsigned n, unsigned& count)
 // -------------------------------------------------------------------------------------------------
 // XmlAttrib
 
-XmlAttrib::XmlAttrib(const wchar_t* pszName, const wchar_t* pszValue) : name(Dup(pszName)), value(Dup(pszValue)) {}
+XmlAttrib::XmlAttrib(const wchar_t* pszName, const wchar_t* pszValue) : name(StrDup(pszName)), value(StrDup(pszValue)) {}
 
 void XmlAttrib::SetNameValue(const wchar_t* pszName, const wchar_t* pszValue)
 {
-    wchar_t* n = Dup(pszName);
-    wchar_t* v = Dup(pszValue);
+    wchar_t* n = StrDup(pszName);
+    wchar_t* v = StrDup(pszValue);
     Clean();
     name = n;
     value = v;
@@ -257,22 +226,22 @@ void XmlAttrib::SetNameValue(const wchar_t* pszName, const wchar_t* pszValue)
 
 void XmlAttrib::SetValue(const wchar_t* pszValue)
 {
-    wchar_t* v = Dup(pszValue);
-    Free(value);
+    wchar_t* v = StrDup(pszValue);
+    StrRelease(value);
     value = v;
 }
 
 void XmlAttrib::Clean()
 {
-    Free(name);
-    Free(value);
+    StrRelease(name);
+    StrRelease(value);
 }
 
 // -------------------------------------------------------------------------------------------------
 // XmlTreeItem
 
 XmlTreeItem::XmlTreeItem(const wchar_t* pszName, const wchar_t* pszBody)
-    : name(Dup(pszName)), body(Dup(pszBody)), listAttr(DestroyAttrib)
+    : name(StrDup(pszName)), body(StrDup(pszBody)), listAttr(DestroyAttrib)
 {
 }
 
@@ -285,15 +254,15 @@ XmlTreeItem::~XmlTreeItem()
 
 void XmlTreeItem::SetName(const wchar_t* pszName)
 {
-    wchar_t* n = Dup(pszName);
-    Free(name);
+    wchar_t* n = StrDup(pszName);
+    StrRelease(name);
     name = n;
 }
 
 void XmlTreeItem::SetBody(const wchar_t* pszBody)
 {
-    wchar_t* b = Dup(pszBody);
-    Free(body);
+    wchar_t* b = StrDup(pszBody);
+    StrRelease(body);
     body = b;
 }
 
@@ -303,14 +272,14 @@ void XmlTreeItem::SetNameBody(const wchar_t* pszName, const wchar_t* pszBody)
     SetBody(pszBody);
 }
 
-void XmlTreeItem::CleanName() { Free(name); }
-void XmlTreeItem::CleanBody() { Free(body); }
+void XmlTreeItem::CleanName() { StrRelease(name); }
+void XmlTreeItem::CleanBody() { StrRelease(body); }
 
 XmlAttrib* XmlTreeItem::FindAttrib(const wchar_t* pszName) const
 {
     for (DMPos pos = listAttr.GetHeadPosition(); pos;) {
         XmlAttrib* a = static_cast<XmlAttrib*>(listAttr.GetNext(pos));
-        if (a && EqualNoCase(a->name, pszName))
+        if (a && StrEqualNoCase(a->name, pszName))
             return a;
     }
     return nullptr;
@@ -531,11 +500,11 @@ XmlPos XmlTree::FindMatch(const wchar_t* pszName, const wchar_t* pszAttrName, co
 {
     for (XmlTreeNode* n = bReverse ? pTail : pHead; n; n = bReverse ? n->pPrev : n->pNext) {
         XmlTreeItem* item = n->pItem;
-        if (!item || (pszName && !Equal(item->name, pszName)))
+        if (!item || (pszName && !StrEqual(item->name, pszName)))
             continue;
         if (pszAttrName && pszAttrValue) {
             const wchar_t* v = item->GetAttribValue(pszAttrName);
-            if (!v || !(bIgnoreCase ? EqualNoCase(v, pszAttrValue) : Equal(v, pszAttrValue)))
+            if (!v || !(bIgnoreCase ? StrEqualNoCase(v, pszAttrValue) : StrEqual(v, pszAttrValue)))
                 continue;
         }
         return n;
@@ -573,12 +542,12 @@ XmlTree* XmlTree::GetSubTree(const wchar_t* pszName)
     return pos ? AttachChild(pos) : nullptr;
 }
 
-void XmlTree::Clean() { Free(prolog); }
+void XmlTree::Clean() { StrRelease(prolog); }
 
 void XmlTree::SetProlog(const wchar_t* text)
 {
-    wchar_t* p = Dup(text);
-    Free(prolog);
+    wchar_t* p = StrDup(text);
+    StrRelease(prolog);
     prolog = p;
 }
 
@@ -667,10 +636,10 @@ void XmlTree::ParseAll(const wchar_t*& p)
             if (nameEnd != p) {
                 if (depth >= nMaxDepth)
                     throw ParseError{IdsSyntaxError, lt};
-                wchar_t* name = DupN(p, (size_t)(nameEnd - p));
+                wchar_t* name = CopyRange(p, (size_t)(nameEnd - p));
                 p = nameEnd;
                 XmlTreeItem* item = t->CreateTreeItem(name, nullptr);
-                Free(name);
+                StrRelease(name);
                 XmlTreeNode* node = t->Append(item);
 
                 while (ParseAttribNameValue(p, item)) {
@@ -759,8 +728,8 @@ int XmlTree::Get(HWND owner, const wchar_t*& text)
             --n;
         if (n && start[n - 1] == L'\r')
             --n;
-        wchar_t* pro = DupN(start, n);
-        Free(prolog);
+        wchar_t* pro = CopyRange(start, n);
+        StrRelease(prolog);
         prolog = pro;
 
         if (!*p) {

@@ -159,7 +159,7 @@ int XmlTree::SaveFile(HWND owner, const wchar_t* path)
         } else {
             const BYTE bom[2] = {0xFF, 0xFE};
             // The terminating zero stays out of the file.
-            if (!WriteAll(file, bom, sizeof(bom)) || !WriteAll(file, text, (cch - 1) * (DWORD)sizeof(wchar_t)))
+            if (!WriteAll(file.Get(), bom, sizeof(bom)) || !WriteAll(file.Get(), text, (cch - 1) * (DWORD)sizeof(wchar_t)))
                 err = GetLastError();
         }
     }
@@ -180,7 +180,7 @@ int XmlTree::LoadFile(HWND owner, const wchar_t* path)
     {
         Handle file(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         LARGE_INTEGER size{};
-        if (!file.IsValid() || !GetFileSizeEx(file, &size)) {
+        if (!file.IsValid() || !GetFileSizeEx(file.Get(), &size)) {
             err = GetLastError();
         } else if (size.QuadPart > (LONGLONG)kMaxFileBytes) {
             err = ERROR_FILE_TOO_LARGE;
@@ -188,7 +188,7 @@ int XmlTree::LoadFile(HWND owner, const wchar_t* path)
             data = new (std::nothrow) BYTE[(size_t)size.QuadPart + 1];
             if (!data)
                 err = ERROR_NOT_ENOUGH_MEMORY;
-            else if (!ReadFile(file, data, (DWORD)size.QuadPart, &cb, nullptr))
+            else if (!ReadFile(file.Get(), data, (DWORD)size.QuadPart, &cb, nullptr))
                 err = GetLastError();
         }
     }

@@ -115,3 +115,25 @@ TEST(StrUtil, HeapCopies)
 }
 
 } // namespace
+
+// The one placeholder an administrator's text may hold: "%d" takes the number, "%%" is a percent
+// sign, and nothing else is a format; a result too long is cut, even inside the number.
+TEST(StrUtil, ExpandNumberReplacesOnlyItsPlaceholder)
+{
+    struct { const wchar_t* text; unsigned cch; const wchar_t* want; } cases[] = {
+        {L"In %d min, %d!", 64, L"In 12 min, 12!"},
+        {L"100%% %s %x %", 64, L"100% %s %x %"},
+        {L"%%d stays", 64, L"%d stays"},
+        {L"Go %d", 5, L"Go 1"},
+        {L"", 4, L""},
+        {nullptr, 4, L""},
+    };
+    for (auto& c : cases) {
+        wchar_t out[65];
+        wmemset(out, 0xbdbd, 65);
+        unsigned n = StrExpandNumber(out, c.cch, c.text, L"12");
+        EXPECT_STREQ(c.want, out);
+        EXPECT_EQ(wcslen(c.want), n);
+        EXPECT_EQ((wchar_t)0xbdbd, out[c.cch]) << "nothing written past the size";
+    }
+}

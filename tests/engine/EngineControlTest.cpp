@@ -52,16 +52,16 @@ protected:
         ASSERT_EQ(ts.Install(), 1);
         ts.SetSink([](DWORD evt, DWORD id) {
             WTSSESSION_NOTIFICATION n = {sizeof(n), id};
-            EngineControl(SERVICE_CONTROL_SESSIONCHANGE, evt, &n, nullptr);
+            EngineControl(EngineSessionChange, evt, &n, nullptr);
         });
         SERVICE_STATUS status{};
-        EngineControl(0, 0, nullptr, &status);
+        EngineControl(EngineInitialise, 0, nullptr, &status);
         EXPECT_EQ(status.dwControlsAccepted & SERVICE_ACCEPT_SESSIONCHANGE, (DWORD)SERVICE_ACCEPT_SESSIONCHANGE);
     }
     void TearDown() override
     {
         // The stop also releases the engine's hold on the Terminal Services library.
-        EngineControl(1, 0, nullptr, nullptr);
+        EngineControl(EngineStop, 0, nullptr, nullptr);
         EXPECT_EQ(VXThread::GetThreadCount(), 0u) << "every session thread ended with the stop";
         ts.SetSink(nullptr);
         ts.Uninstall();
@@ -72,7 +72,7 @@ protected:
     }
     void Start()
     {
-        EngineControl(3, 0, nullptr, nullptr);
+        EngineControl(EngineStart, 0, nullptr, nullptr);
     }
     void List(const wchar_t* name, std::initializer_list<const wchar_t*> entries)
     {
@@ -109,7 +109,7 @@ TEST_F(Engine, StartWatchesActiveSessionsAndStopEndsEverything)
     ASSERT_TRUE(WaitUntil([&] { return ts.Processes().size() == 1; }));
     EXPECT_NE(wcsstr(ts.Processes()[0].szCmdLine, L" /monitor:1"), nullptr);
 
-    EngineControl(1, 0, nullptr, nullptr);
+    EngineControl(EngineStop, 0, nullptr, nullptr);
     EXPECT_EQ(VXThread::GetThreadCount(), 0u);
     EXPECT_EQ(VXThreadBkg::pThreadBkg, nullptr);
     auto ids = events.Ids();
@@ -158,7 +158,7 @@ TEST_F(Engine, LogonBeforeTheUserNameIsKnownIsAdmittedByTheRescan)
     ts.Logon(7, L"", L"");
     EXPECT_FALSE(Watched(7));
     ASSERT_NE(VXThreadBkg::pThreadBkg, nullptr);
-    EXPECT_EQ(VXThreadBkg::pThreadBkg->dwRescanAt, clock.Tick() + 15000);
+    EXPECT_EQ(VXThreadBkg::pThreadBkg.load()->dwRescanAt, clock.Tick() + 15000);
     ts.SetUser(7, L"gina", L"CORP");
     clock.Advance(14000);
     Sleep(1500);
@@ -245,13 +245,13 @@ TEST_F(Engine, PowerCountdownFollowsTheSessions)
     RawSetDword(settings.sub(), L"ShutdownTimeout", 30);
     Start();
     ASSERT_NE(VXThreadBkg::pThreadBkg, nullptr);
-    EXPECT_TRUE(VXThreadBkg::pThreadBkg->IsShutdownArmed()) << "nobody is logged on at start";
+    EXPECT_TRUE(VXThreadBkg::pThreadBkg.load()->IsShutdownArmed()) << "nobody is logged on at start";
     ts.Logon(1, L"alice", L"CORP");
-    EXPECT_FALSE(VXThreadBkg::pThreadBkg->IsShutdownArmed());
+    EXPECT_FALSE(VXThreadBkg::pThreadBkg.load()->IsShutdownArmed());
     EXPECT_EQ(power.calls, std::vector<std::string>{"abort"});
     ts.Logoff(1);
-    EXPECT_TRUE(VXThreadBkg::pThreadBkg->IsShutdownArmed()) << "the last logoff arms it again";
-    EXPECT_EQ(VXThreadBkg::pThreadBkg->dwShutdownAt, clock.Tick() + 30 * 60000);
+    EXPECT_TRUE(VXThreadBkg::pThreadBkg.load()->IsShutdownArmed()) << "the last logoff arms it again";
+    EXPECT_EQ(VXThreadBkg::pThreadBkg.load()->dwShutdownAt, clock.Tick() + 30 * 60000);
     clock.Advance(30 * 60000);
     EXPECT_TRUE(WaitUntil([&] { return events.Count(MSG_SUSPEND_STARTED) == 1; }, 3000));
     Sleep(1200);
@@ -263,13 +263,13 @@ TEST_F(Engine, ReleasingSessionsKeepsTheServiceAndSettingsChangeResumes)
     ts.AddSession(1, L"alice", L"CORP");
     Start();
     ASSERT_TRUE(Watched(1));
-    EngineControl(129, 0, nullptr, nullptr);
+    EngineControl(EngineReleaseSessions, 0, nullptr, nullptr);
     EXPECT_EQ(VXThread::GetThreadCount(), 0u);
     EXPECT_EQ(VXThreadBkg::pThreadBkg, nullptr);
     EXPECT_EQ(WaitForSingleObject(EngineQuitEvent(), 0), WAIT_OBJECT_0) << "in-session monitors are told to end";
     EXPECT_EQ(events.Count(MSG_SERVICE_STOPPED), 0u);
 
-    EngineControl(128, 0, nullptr, nullptr);
+    EngineControl(EngineReloadSettings, 0, nullptr, nullptr);
     EXPECT_TRUE(Watched(1));
     EXPECT_NE(VXThreadBkg::pThreadBkg, nullptr);
     EXPECT_EQ(WaitForSingleObject(EngineQuitEvent(), 0), (DWORD)WAIT_TIMEOUT);
@@ -284,7 +284,7 @@ TEST_F(Engine, OutOfRangeTimesAreReportedOncePerValue)
 {
     auto reload = [&](const wchar_t* name, DWORD value) {
         RawSetDword(settings.sub(), name, value);
-        EngineControl(128, 0, nullptr, nullptr);
+        EngineControl(EngineReloadSettings, 0, nullptr, nullptr);
     };
     RawSetDword(settings.sub(), L"Timeout", (DWORD)-2);
     Start();
@@ -305,5 +305,5 @@ TEST_F(Engine, OutOfRangeTimesAreReportedOncePerValue)
     reload(L"Timeout", 71583);
     EXPECT_EQ(events.Count(MSG_SETTING_OUT_OF_RANGE), 4u);
     RawSetDword(settings.sub(), L"Timeout", 10);
-    EngineControl(128, 0, nullptr, nullptr);
+    EngineControl(EngineReloadSettings, 0, nullptr, nullptr);
 }

@@ -51,10 +51,10 @@ TEST(EngineStress, ThreeHundredSessionsChangingFromSeveralThreads)
         if (evt == WTS_SESSION_LOGOFF)
             MonitorSeesSessionEnd(id);
         WTSSESSION_NOTIFICATION n = {sizeof(n), id};
-        EngineControl(SERVICE_CONTROL_SESSIONCHANGE, evt, &n, nullptr);
+        EngineControl(EngineSessionChange, evt, &n, nullptr);
     });
-    EngineControl(0, 0, nullptr, nullptr);
-    EngineControl(3, 0, nullptr, nullptr);
+    EngineControl(EngineInitialise, 0, nullptr, nullptr);
+    EngineControl(EngineStart, 0, nullptr, nullptr);
 
     // 300 places, each holding at most one session at a time; every logon gets a new id.
     const int kPlaces = 300, kDrivers = 4;
@@ -129,7 +129,7 @@ TEST(EngineStress, ThreeHundredSessionsChangingFromSeveralThreads)
     WriteStatus();
     EXPECT_EQ(RawGetDword(settings.sub(), L"SessionsMonitoring"), (DWORD)live.size());
 
-    EngineControl(1, 0, nullptr, nullptr);
+    EngineControl(EngineStop, 0, nullptr, nullptr);
     EXPECT_EQ(VXThread::GetThreadCount(), 0u);
     ts.SetSink(nullptr);
     ts.Uninstall();

@@ -44,6 +44,7 @@ const Message kMessages[] = {
     {MSG_STALE_LOGOFF_FAILED, 0xE0000018, L"Vantrel could not log off the stale session for user '%1'. (Code %2)\r\n"},
     {MSG_SCHEDULE_INACTIVE, 0xA0000019, L"Vantrel did not process the idle timeout for user '%1' because according to its schedule Vantrel was set to be inactive at that time.\r\n"},
     {MSG_SETTING_OUT_OF_RANGE, 0xA000001A, L"Vantrel read the setting '%1' = %2 minutes, which is outside the range the configuration utility allows. Times up to 71582 minutes (about 49 days, the longest Vantrel can measure) are used as they are; a negative or longer time turns that action off: with 'Timeout' or 'MessageTimeout' idle sessions are neither warned nor logged off (stale sessions still are), with 'ShutdownTimeout' the computer is never put to sleep, hibernated or shut down.\r\n"},
+    {MSG_ENGINE_ERROR, 0xE000001B, L"Vantrel met an unexpected error while handling the service control %1. The service goes on running; if this repeats, restart the Vantrel service.\r\n"},
 };
 
 std::string Narrow(const std::wstring& s)

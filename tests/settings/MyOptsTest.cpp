@@ -256,9 +256,9 @@ TEST(MyOpts, FormatUserMsgReplacesEveryPlaceholderWithMinutesAndSeconds)
     EXPECT_STREQ(out, L"Press OK to keep your session active. Otherwise, you will be logged off in less than 0:59 minute(s) "
                       L"and any unsaved work will be discarded!\r\n\r\nPress OK to stop the automatic log off.");
 
-    StrCopy(o.szMsgText, L"%d left, really %d. 100%s sure, %x");
+    StrCopy(o.szMsgText, L"%d left, really %d. 100%% sure, %s %x %");
     o.FormatUserMsg(out, 1024, 0, 12, 0);
-    EXPECT_STREQ(out, L"12:00 left, really 12:00. 100%s sure, %x");
+    EXPECT_STREQ(out, L"12:00 left, really 12:00. 100% sure, %s %x %");
     StrCopy(o.szMsgTextLocked, L"Locked: %d");
     o.FormatUserMsg(out, 1024, 1, 1, 7);
     EXPECT_STREQ(out, L"Locked: 1:07");
