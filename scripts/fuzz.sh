@@ -28,6 +28,9 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
 
 "$native/corpus_smoke" native/corpus
+# The rich-text markup's rules over its own corpus (each file once, no fuzzing).
+"$native/html_fuzz" -runs=0 native/corpus/html >"$native/html_corpus.log" 2>&1 || {
+    echo "html_fuzz: the corpus breaks a rule:"; grep -v -e '^#[0-9]' -e '^INFO:' "$native/html_corpus.log" | head -40; exit 1; }
 
 if [ "$seconds" = 0 ]; then
     echo "fuzzing skipped (VX_FUZZ_SECONDS=0)"
@@ -36,7 +39,7 @@ fi
 
 status=0
 mkdir -p "$native/crashes"
-for kind in ini xml schedule; do
+for kind in ini xml schedule html; do
     target=${kind}_fuzz
     # libFuzzer adds the inputs it finds to its corpus folder: it works on a copy, so the
     # committed corpus never changes. Inputs found by earlier runs in this build folder stay.
