@@ -27,3 +27,26 @@
 #define IDS_XML_MISSING_END_TAG 21909
 #define IDS_XML_NO_DATA 21910
 #define IDS_NOT_SETTINGS_FILE 21911
+
+// The extended message box: its dialog, accelerators and controls.
+#define IDD_MSGEX 27000
+#define IDC_MSGEX_ICON 27001
+#define IDA_MSGEX 27003
+#define IDC_MSGEX_TEXT 27004
+#define IDC_MSGEX_DONT_SHOW 27005
+#define IDC_MSGEX_BUTTON1 27011
+#define IDC_MSGEX_BUTTON2 27012
+#define IDC_MSGEX_CANCEL 27040
+// The accelerator command that closes the box as Cancel (the system's close command, SC_CLOSE).
+#define IDM_MSGEX_CLOSE (-4000)
+
+// The extended message box's button labels.
+#define IDS_BUTTON_OK 27101
+#define IDS_BUTTON_CANCEL 27102
+#define IDS_BUTTON_ABORT 27103
+#define IDS_BUTTON_RETRY 27104
+#define IDS_BUTTON_IGNORE 27105
+#define IDS_BUTTON_YES 27106
+#define IDS_BUTTON_NO 27107
+#define IDS_BUTTON_TRY_AGAIN 27108
+#define IDS_BUTTON_CONTINUE 27109

@@ -14,6 +14,9 @@ have cmake                         || need+=(cmake)
 have ninja                         || need+=(ninja-build)
 [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
 have xmllint                       || need+=(libxml2-utils)
+# Wine's own fonts (Tahoma, Marlett for the caption buttons): without them windows draw with a
+# substitute face, and text measured in tests and screenshots differs from what Windows shows.
+[ -f /usr/share/wine/fonts/tahoma.ttf ] || need+=(fonts-wine)
 # The native sanitizer and fuzzing build of the parsers (scripts/fuzz.sh): clang-14 with its
 # libFuzzer and sanitizer runtimes.
 have clang++-14                    || need+=(clang-14)
