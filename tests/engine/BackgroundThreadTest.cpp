@@ -42,7 +42,7 @@ TEST_F(PowerCountdown, FiresOnceAfterTheTimeoutAndRearmsAfterWakeUp)
     bkg.BeginDelayedShutdown();
     ASSERT_TRUE(bkg.IsShutdownArmed());
     RunMinutes(29);
-    EXPECT_TRUE(power.calls.empty());
+    EXPECT_EQ(power.calls, std::vector<std::string>{});
     RunMinutes(1);
     EXPECT_EQ(power.calls, (std::vector<std::string>{"privilege+", "suspend:sleep", "privilege-"}));
     EXPECT_EQ(events.Ids(), std::vector<DWORD>{MSG_SUSPEND_STARTED});
@@ -84,14 +84,14 @@ TEST_F(PowerCountdown, NothingWhenShutdownIsOff)
     bkg.BeginDelayedShutdown();
     opts.bShutdown = 0;
     RunMinutes(31);
-    EXPECT_TRUE(power.calls.empty());
-    EXPECT_TRUE(events.Ids().empty());
+    EXPECT_EQ(power.calls, std::vector<std::string>{});
+    EXPECT_EQ(events.Ids(), std::vector<DWORD>{});
 }
 
 TEST_F(PowerCountdown, LogonDisarmsAndStopsAShutdownUnderWay)
 {
     bkg.CancelDelayedShutdown();
-    EXPECT_TRUE(power.calls.empty()) << "nothing to abort when nothing is armed";
+    EXPECT_EQ(power.calls, std::vector<std::string>{}) << "nothing to abort when nothing is armed";
     bkg.BeginDelayedShutdown();
     RunMinutes(10);
     bkg.CancelDelayedShutdown();
@@ -141,7 +141,7 @@ TEST_F(PowerCountdown, ShutdownActionAndItsFailures)
     bkg.BeginDelayedShutdown();
     RunMinutes(30);
     EXPECT_EQ(power.calls, std::vector<std::string>{"privilege+"});
-    EXPECT_TRUE(events.Ids().empty());
+    EXPECT_EQ(events.Ids(), std::vector<DWORD>{});
 }
 
 } // namespace

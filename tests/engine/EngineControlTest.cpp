@@ -15,6 +15,7 @@
 #include "base/StrUtil.h"
 #include "settings/MyOpts.h"
 #include "support/EngineFakes.h"
+#include "support/Guards.h"
 #include "support/SimTerminalServer.h"
 #include "support/TestSupport.h"
 
@@ -36,6 +37,9 @@ class Engine : public ::testing::Test {
 protected:
     ScopedTestKey settings{L"engine"};
     ScopedTestKey policy{L"enginepol"};
+    ScopedAppRootKey root{settings.path()};
+    ScopedPolicyKeys policyKeys{policy.path(), policy.path()};
+    ScopedEngineState state;
     VirtualClock clock;
     EventRecorder events;
     FakeGroups groups;
@@ -44,8 +48,6 @@ protected:
 
     void SetUp() override
     {
-        ProductInfo::PushAppRootKey(settings.path().c_str());
-        ProductInfo::SetLicPolOverride(policy.path().c_str(), policy.path().c_str());
         RawSetDword(settings.sub(), L"Enable", 1);
         RawCreateKey(settings.sub(L"ApplyTo"));
         RawCreateKey(settings.sub(L"Exclude"));
@@ -65,10 +67,6 @@ protected:
         EXPECT_EQ(VXThread::GetThreadCount(), 0u) << "every session thread ended with the stop";
         ts.SetSink(nullptr);
         ts.Uninstall();
-        ProductInfo::SetLicPolOverride(nullptr, nullptr);
-        ProductInfo::PopAppRootKey();
-        VXThread::bQuitAll = 0;
-        VXThread::dwSessionIdActiveUser = 0xFFFFFFFF;
     }
     void Start()
     {

@@ -14,6 +14,7 @@
 #include "engine/VXThread.h"
 #include "settings/MyOpts.h"
 #include "support/EngineFakes.h"
+#include "support/Guards.h"
 #include "support/SimTerminalServer.h"
 #include "support/TestSupport.h"
 
@@ -36,8 +37,9 @@ void MonitorSeesSessionEnd(DWORD id)
 TEST(EngineStress, ThreeHundredSessionsChangingFromSeveralThreads)
 {
     ScopedTestKey settings(L"stress"), policy(L"stresspol");
-    ProductInfo::PushAppRootKey(settings.path().c_str());
-    ProductInfo::SetLicPolOverride(policy.path().c_str(), policy.path().c_str());
+    ScopedAppRootKey root(settings.path());
+    ScopedPolicyKeys policyKeys(policy.path(), policy.path());
+    ScopedEngineState state;
     RawSetDword(settings.sub(), L"Enable", 1);
     RawCreateKey(settings.sub(L"ApplyTo"));
     RawCreateKey(settings.sub(L"Exclude"));
@@ -106,7 +108,8 @@ TEST(EngineStress, ThreeHundredSessionsChangingFromSeveralThreads)
     for (auto& p : place)
         if (p)
             live.insert(p);
-    ASSERT_GT(live.size(), 50u) << "the storm should leave many sessions logged on";
+    // Not an ASSERT: the engine must still be stopped below, before its fakes go.
+    EXPECT_GT(live.size(), 50u) << "the storm should leave many sessions logged on";
     // Threads of ended sessions stop within a wake; then exactly the live sessions are watched.
     DWORD count = 0;
     for (int i = 0; i < 300 && (count = VXThread::GetThreadCount()) != live.size(); ++i)
@@ -133,10 +136,6 @@ TEST(EngineStress, ThreeHundredSessionsChangingFromSeveralThreads)
     EXPECT_EQ(VXThread::GetThreadCount(), 0u);
     ts.SetSink(nullptr);
     ts.Uninstall();
-    ProductInfo::SetLicPolOverride(nullptr, nullptr);
-    ProductInfo::PopAppRootKey();
-    VXThread::bQuitAll = 0;
-    VXThread::dwSessionIdActiveUser = 0xFFFFFFFF;
 }
 
 } // namespace

@@ -62,7 +62,8 @@ protected:
     {
         wchar_t path[MAX_PATH];
         DWORD n = GetModuleFileNameW(nullptr, path, MAX_PATH);
-        ASSERT_TRUE(n > 0 && n < MAX_PATH);
+        ASSERT_GT(n, 0u);
+        ASSERT_LT(n, (DWORD)MAX_PATH);
         std::wstring dll(path);
         dll = dll.substr(0, dll.rfind(L'\\') + 1) + L"VXDA64.DLL";
         hLib = LoadLibraryExW(dll.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);

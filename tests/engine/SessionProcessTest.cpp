@@ -7,6 +7,7 @@
 
 #include "engine/Seams.h"
 #include "engine/WtsApi32.h"
+#include "support/Guards.h"
 #include "support/TestSupport.h"
 
 namespace {
@@ -25,7 +26,7 @@ BOOL WINAPI OwnTokenForAnySession(ULONG session, PHANDLE phToken)
 
 TEST(SessionProcess, StartsTheCommandAsTheSessionUserOrNothingWithoutAToken)
 {
-    WtsApi32Fns saved = WtsApi32::fns;
+    vxtest::ScopedValue<WtsApi32Fns> table(WtsApi32::fns);
     WtsApi32::fns.pfnWTSQueryUserToken = nullptr;   // no token for the session: nothing starts
     SetLastError(0xdeadbeef);
     EXPECT_EQ(0, Seams::pfnStartProcessInSession(3, L"cmd.exe /c exit"));
@@ -35,9 +36,7 @@ TEST(SessionProcess, StartsTheCommandAsTheSessionUserOrNothingWithoutAToken)
     std::wstring marker = dir.file(L"started.txt");
     std::wstring cmd = L"cmd.exe /c echo started> \"" + marker + L"\"";
     WtsApi32::fns.pfnWTSQueryUserToken = OwnTokenForAnySession;
-    int started = Seams::pfnStartProcessInSession(3, cmd.c_str());
-    WtsApi32::fns = saved;
-    ASSERT_EQ(1, started) << "error " << GetLastError();
+    ASSERT_EQ(1, Seams::pfnStartProcessInSession(3, cmd.c_str())) << "error " << GetLastError();
     EXPECT_EQ(3u, g_askedSession);
     DWORD flags = 0;
     EXPECT_FALSE(GetHandleInformation(g_handedToken, &flags)) << "the user's token is not kept open";

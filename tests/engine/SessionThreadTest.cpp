@@ -13,6 +13,7 @@
 #include "engine/VXThread.h"
 #include "settings/MyOpts.h"
 #include "support/EngineFakes.h"
+#include "support/Guards.h"
 #include "support/SimTerminalServer.h"
 
 using namespace vxtest;
@@ -25,29 +26,20 @@ class SessionThread : public ::testing::Test {
 protected:
     VirtualClock clock;
     EventRecorder events;
+    ScopedResourceModule strings{L"VXDA64.DLL"};
+    ScopedEngineState state;
     SimTerminalServer ts;
     MyOpts opts;
-    HMODULE strings = LoadLibraryW(L"VXDA64.DLL");
-    HINSTANCE savedStrings = GetResourceModule();
 
     void SetUp() override
     {
-        ASSERT_NE(strings, nullptr);
-        SetResourceModule(strings);
+        ASSERT_NE(strings.module(), nullptr);
         ASSERT_EQ(ts.Install(), 1);
         ts.AddSession(5, L"alice", L"CORP");
         opts.Reset();
         opts.bEnable = 1;
         opts.nTimeout = 10;
         opts.nMsgTimeout = 5;
-        VXThread::dwSessionIdActiveUser = 0xFFFFFFFF;
-        VXThread::bQuitAll = 0;
-    }
-    void TearDown() override
-    {
-        ts.Uninstall();
-        SetResourceModule(savedStrings);
-        FreeLibrary(strings);
     }
     std::unique_ptr<VXThread> Watch(DWORD id = 5, const wchar_t* user = L"CORP\\alice")
     {
@@ -339,7 +331,6 @@ TEST_F(SessionThread, CancelEventAndQuitEndTheThread)
     auto u = Watch();
     VXThread::bQuitAll = 1;
     EXPECT_EQ(u->Wake(VXThread::WakeTimeout, clock.Tick() + 1000), 0);
-    VXThread::bQuitAll = 0;
 }
 
 TEST_F(SessionThread, StaleSessionsBeyondTheCountAreLoggedOffOldestFirst)

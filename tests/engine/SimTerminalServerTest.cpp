@@ -34,7 +34,6 @@ struct SimTerminalServerTest : ::testing::Test {
         // Every buffer the wrapper received was given back, and nothing foreign was freed.
         EXPECT_EQ(0, sim.OutstandingAllocations());
         EXPECT_EQ(0u, sim.BadFrees());
-        sim.Uninstall();
     }
     std::vector<Event> TakeEvents()
     {
@@ -66,7 +65,7 @@ TEST_F(SimTerminalServerTest, UserOperationsNotifyInOrder)
     EXPECT_EQ(simts::kErrNoSession, GetLastError());
     EXPECT_EQ(0, sim.Logon(3, L"eve", L""));
     EXPECT_EQ((DWORD)ERROR_ALREADY_EXISTS, GetLastError());
-    EXPECT_TRUE(TakeEvents().empty());
+    EXPECT_EQ(TakeEvents(), std::vector<Event>{});
 }
 
 // Logoffs, message boxes and process starts are recorded as asked; ordered failures hit the call,
@@ -106,19 +105,28 @@ TEST_F(SimTerminalServerTest, RecordsAndFailsAsOrdered)
     ASSERT_EQ(1u, m.size());
     EXPECT_STREQ(L"Van", m[0].szTitle);
     EXPECT_STREQ(L"Logging off!", m[0].szText);
-    EXPECT_TRUE(m[0].cbText == 24 && m[0].dwStyle == 0x250030 && m[0].dwTimeout == 600 && !m[0].bWait);
+    EXPECT_EQ(24u, m[0].cbText);
+    EXPECT_EQ(0x250030u, m[0].dwStyle);
+    EXPECT_EQ(600u, m[0].dwTimeout);
+    EXPECT_EQ(0, m[0].bWait);
     std::vector<simts::SimLogoff> l = sim.Logoffs();
     ASSERT_EQ(2u, l.size());
-    EXPECT_TRUE(l[0].dwSession == 4 && !l[0].bWait && l[0].dwError == 0);
-    EXPECT_TRUE(l[1].dwSession == 5 && l[1].bWait && l[1].dwError == ERROR_ACCESS_DENIED);
+    EXPECT_EQ(4u, l[0].dwSession);
+    EXPECT_EQ(0, l[0].bWait);
+    EXPECT_EQ(0u, l[0].dwError);
+    EXPECT_EQ(5u, l[1].dwSession);
+    EXPECT_EQ(1, l[1].bWait);
+    EXPECT_EQ((DWORD)ERROR_ACCESS_DENIED, l[1].dwError);
     EXPECT_LT(m[0].nSeq, l[0].nSeq) << "one sequence orders warnings against logoffs";
     std::vector<simts::SimProcess> pr = sim.Processes();
     ASSERT_EQ(3u, pr.size());
     EXPECT_STREQ(L"\"C:\\Vantrel\\VXA64.EXE\" /msg", pr[0].szCmdLine);
-    EXPECT_TRUE(pr[0].dwError == 0 && pr[1].dwError == ERROR_ACCESS_DENIED && pr[2].dwError == simts::kErrNoSession);
+    EXPECT_EQ(0u, pr[0].dwError);
+    EXPECT_EQ((DWORD)ERROR_ACCESS_DENIED, pr[1].dwError);
+    EXPECT_EQ(simts::kErrNoSession, pr[2].dwError);
 
     EXPECT_EQ(1u, sim.SessionCount()) << "a failed logoff leaves the session";
-    EXPECT_TRUE(TakeEvents().empty());
+    EXPECT_EQ(TakeEvents(), std::vector<Event>{});
     EXPECT_EQ(1u, sim.DeliverPending());
     EXPECT_EQ((std::vector<Event>{{WTS_SESSION_LOGOFF, 4}}), TakeEvents());
 }

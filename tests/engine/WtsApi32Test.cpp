@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "engine/WtsApi32.h"
+#include "support/Guards.h"
 
 namespace {
 
@@ -40,9 +41,7 @@ int Resolved()
 
 // Each test starts from an empty table and leaves it as it found it.
 struct WtsApi32Test : ::testing::Test {
-    WtsApi32Fns saved = WtsApi32::fns;
-    void SetUp() override { WtsApi32::fns = WtsApi32Fns{}; }
-    void TearDown() override { WtsApi32::fns = saved; }
+    vxtest::ScopedValue<WtsApi32Fns> table{WtsApi32::fns, WtsApi32Fns{}};
 };
 
 // A system without the library (or some of its functions): every call answers 0 and clears what
@@ -63,7 +62,12 @@ TEST_F(WtsApi32Test, WithoutTheLibraryEveryCallAnswersZero)
     };
     for (size_t i = 0; i < sizeof(results) / sizeof(results[0]); i++)
         EXPECT_EQ(0, results[i]) << "call " << i;
-    EXPECT_TRUE(pBuffer == nullptr && cb == 0 && pInfo == nullptr && n == 0 && hToken == nullptr && response == 0);
+    EXPECT_EQ(nullptr, pBuffer);
+    EXPECT_EQ(0u, cb);
+    EXPECT_EQ(nullptr, pInfo);
+    EXPECT_EQ(0u, n);
+    EXPECT_EQ(nullptr, hToken);
+    EXPECT_EQ(0u, response);
     SetLastError(0xdeadbeef);
     EXPECT_FALSE(WtsApi32::WTSLogoffSession(WTS_CURRENT_SERVER_HANDLE, 1, FALSE));
     EXPECT_EQ((DWORD)ERROR_PROC_NOT_FOUND, GetLastError());

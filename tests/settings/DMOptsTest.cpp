@@ -7,6 +7,7 @@
 #include "base/StrUtil.h"
 #include "settings/DMOpts.h"
 #include "storage/RegKey.h"
+#include "support/Guards.h"
 #include "support/TestSupport.h"
 
 using namespace vxtest;
@@ -45,8 +46,7 @@ public:
 // Points the product's records at a private key for the duration of a test.
 struct RecordKey {
     ScopedTestKey key{L"opts"};
-    RecordKey() { ProductInfo::PushAppRootKey(key.path().c_str()); }
-    ~RecordKey() { ProductInfo::PopAppRootKey(); }
+    vxtest::ScopedAppRootKey root{key.path()};
 };
 
 TEST(DMOpts, FlagOperations)

@@ -9,6 +9,7 @@
 #include "base/Resources.h"
 #include "base/StrUtil.h"
 #include "settings/MyOpts.h"
+#include "support/Guards.h"
 #include "support/TestSupport.h"
 
 using namespace vxtest;
@@ -227,23 +228,10 @@ TEST(MyOpts, IsDifferentNoticesEverySetting)
     EXPECT_EQ(a.IsDifferent(&b), 0) << "caller flags and Group Policy state never count";
 }
 
-// Uses the string table of the built library, as the service does.
-struct ShippedStrings {
-    HMODULE h = LoadLibraryW(L"VXDA64.DLL");
-    HINSTANCE saved = GetResourceModule();
-    ShippedStrings() { SetResourceModule(h); }
-    ~ShippedStrings()
-    {
-        SetResourceModule(saved);
-        if (h)
-            FreeLibrary(h);
-    }
-};
-
 TEST(MyOpts, FormatUserMsgReplacesEveryPlaceholderWithMinutesAndSeconds)
 {
-    ShippedStrings strings;
-    ASSERT_NE(strings.h, nullptr);
+    ScopedResourceModule strings(L"VXDA64.DLL"); // the string table the service uses
+    ASSERT_NE(strings.module(), nullptr);
     MyOpts o;
     o.Reset();
     wchar_t out[1024];
@@ -275,14 +263,12 @@ TEST(MyOpts, FormatUserMsgReplacesEveryPlaceholderWithMinutesAndSeconds)
 
 TEST(MyOpts, FormatUserMsgWithoutStringsGivesEmptyText)
 {
-    HINSTANCE saved = GetResourceModule();
-    SetResourceModule(GetModuleHandleW(nullptr)); // the test program has no string table
+    ScopedResourceModule none(GetModuleHandleW(nullptr)); // the test program has no string table
     MyOpts o;
     o.Reset();
     wchar_t out[64] = L"junk";
     o.FormatUserMsg(out, 64, 0, 1, 2);
     EXPECT_STREQ(out, L"");
-    SetResourceModule(saved);
 }
 
 struct FakePower {
@@ -335,7 +321,7 @@ TEST(MyOpts, ShutdownActionsFollowThePowerCapabilities)
 TEST(MyConfig, RemembersPathsAndPlacement)
 {
     ScopedTestKey key(L"cfg");
-    ProductInfo::PushAppRootKey(key.path().c_str());
+    ScopedAppRootKey root(key.path());
     MyConfig c;
     c.Reset();
     StrCopy(c.szImpExpPath, L"C:\\Exports");
@@ -371,7 +357,6 @@ TEST(MyConfig, RemembersPathsAndPlacement)
     back.szImpExpPath[0] = 0;
     ASSERT_EQ(back.Store(), 1);
     EXPECT_FALSE(RawValueExists(key.sub(), L"ImpExpPath"));
-    ProductInfo::PopAppRootKey();
 }
 
 } // namespace

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/Guards.h"
+
 namespace {
 
 typedef Schedule S;
@@ -23,9 +25,9 @@ int FakeLocaleInfo(unsigned long item, wchar_t* buf, int cch)
 
 class ScheduleLocale : public testing::Test {
 protected:
-    void SetUp() override { S::pfnGetLocaleInfo = &FakeLocaleInfo; }
-    void TearDown() override { S::pfnGetLocaleInfo = saved; S::FreeCommon(); }
-    S::LocaleInfoFn saved = S::pfnGetLocaleInfo;
+    vxtest::ScopedValue<S::LocaleInfoFn> lookup{S::pfnGetLocaleInfo, &FakeLocaleInfo};
+    // The day table is built once per process: drop the one this locale built.
+    void TearDown() override { S::FreeCommon(); }
 };
 
 } // namespace

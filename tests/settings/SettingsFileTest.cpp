@@ -9,6 +9,7 @@
 #include "settings/MyOpts.h"
 #include "storage/RegKey.h"
 #include "storage/RegXmlTree.h"
+#include "support/Guards.h"
 #include "support/TestSupport.h"
 
 using namespace vxtest;
@@ -18,13 +19,9 @@ namespace {
 class SettingsFile : public ::testing::Test {
 protected:
     ScopedTestKey local{L"file"};
+    ScopedAppRootKey root{local.path()};
     ScopedTempDir dir;
-    void SetUp() override { ProductInfo::PushAppRootKey(local.path().c_str()); }
-    void TearDown() override
-    {
-        EXPECT_FALSE(RawKeyExists(local.sub(L"Temp"))) << "no staging key may be left behind";
-        ProductInfo::PopAppRootKey();
-    }
+    void TearDown() override { EXPECT_FALSE(RawKeyExists(local.sub(L"Temp"))) << "no staging key may be left behind"; }
     std::wstring File(const wchar_t* name = L"Vantrel.cfg") { return dir.file(name); }
     // The file as text (UTF-16 after its byte-order mark).
     std::wstring Text(const std::wstring& path)
@@ -222,25 +219,26 @@ TEST_F(SettingsFile, SettingsFilesOfEveryKindStillImport)
 // it holds.
 TEST_F(SettingsFile, ExportAndImportLeaveTheSettingsKeyAsTheyFoundIt)
 {
-    ProductInfo::PushAppRootKey(local.path(L"Korvane\\Vantrel").c_str());
     MyOpts o;
     Fill(o);
-    ASSERT_EQ(o.Export(nullptr, File().c_str()), 1);
-    EXPECT_FALSE(RawKeyExists(local.sub())) << "absent stays absent, with every level above it";
-    ASSERT_TRUE(WriteFileBytes(File(L"bad.cfg"), "<x", 2));
-    for (const std::wstring& file : {File(), File(L"bad.cfg"), File(L"missing.cfg")})
-        o.Import(nullptr, file.c_str());
-    EXPECT_FALSE(RawKeyExists(local.sub()));
-    EXPECT_EQ(o.Export(nullptr, dir.file(L"no such folder\\x.cfg").c_str()), 0);
-    EXPECT_FALSE(RawKeyExists(local.sub()));
-    ProductInfo::PopAppRootKey();
-
-    RawSetDword(local.sub(L"Korvane"), L"Other", 1); // a level above exists: it stays, with its value
-    ProductInfo::PushAppRootKey(local.path(L"Korvane\\Vantrel").c_str());
-    ASSERT_EQ(o.Export(nullptr, File().c_str()), 1);
-    EXPECT_TRUE(RawValueExists(local.sub(L"Korvane"), L"Other"));
-    EXPECT_FALSE(RawKeyExists(local.sub(L"Korvane\\Vantrel")));
-    ProductInfo::PopAppRootKey();
+    {
+        ScopedAppRootKey absent(local.path(L"Korvane\\Vantrel"));
+        ASSERT_EQ(o.Export(nullptr, File().c_str()), 1);
+        EXPECT_FALSE(RawKeyExists(local.sub())) << "absent stays absent, with every level above it";
+        ASSERT_TRUE(WriteFileBytes(File(L"bad.cfg"), "<x", 2));
+        for (const std::wstring& file : {File(), File(L"bad.cfg"), File(L"missing.cfg")})
+            o.Import(nullptr, file.c_str());
+        EXPECT_FALSE(RawKeyExists(local.sub()));
+        EXPECT_EQ(o.Export(nullptr, dir.file(L"no such folder\\x.cfg").c_str()), 0);
+        EXPECT_FALSE(RawKeyExists(local.sub()));
+    }
+    {
+        RawSetDword(local.sub(L"Korvane"), L"Other", 1); // a level above exists: it stays, with its value
+        ScopedAppRootKey below(local.path(L"Korvane\\Vantrel"));
+        ASSERT_EQ(o.Export(nullptr, File().c_str()), 1);
+        EXPECT_TRUE(RawValueExists(local.sub(L"Korvane"), L"Other"));
+        EXPECT_FALSE(RawKeyExists(local.sub(L"Korvane\\Vantrel")));
+    }
 
     // The settings key itself exists, empty: it stays.
     RawCreateKey(local.sub());

@@ -9,6 +9,7 @@
 #include "base/StrUtil.h"
 #include "settings/MyOpts.h"
 #include "settings/Policy.h"
+#include "support/Guards.h"
 #include "support/TestSupport.h"
 
 using namespace vxtest;
@@ -20,16 +21,8 @@ class SettingsKeys : public ::testing::Test {
 protected:
     ScopedTestKey local{L"local"};
     ScopedTestKey policy{L"policy"};
-    void SetUp() override
-    {
-        ProductInfo::PushAppRootKey(local.path().c_str());
-        ProductInfo::SetLicPolOverride(policy.path().c_str(), policy.path().c_str());
-    }
-    void TearDown() override
-    {
-        ProductInfo::SetLicPolOverride(nullptr, nullptr);
-        ProductInfo::PopAppRootKey();
-    }
+    ScopedAppRootKey root{local.path()};
+    ScopedPolicyKeys policyKeys{policy.path(), policy.path()};
     std::wstring Local(const wchar_t* rel = nullptr) const { return rel ? local.sub(rel) : local.sub(); }
 };
 
@@ -360,20 +353,19 @@ TEST(Policy, IntegerTypesAndTextRules)
 TEST(Policy, DefaultKeysFollowTheScope)
 {
     ScopedTestKey machine(L"m"), user(L"u");
-    ProductInfo::SetLicPolOverride(machine.path().c_str(), user.path().c_str());
-    RawSetDword(machine.sub(), L"Enable", 1);
-    RawSetDword(user.sub(), L"Enable", 2);
     {
-        Policy pol;
-        EXPECT_EQ(pol.GetIntComp(L"Enable"), 1);
-    }
-    {
+        ScopedPolicyKeys keys(machine.path(), user.path());
+        RawSetDword(machine.sub(), L"Enable", 1);
+        RawSetDword(user.sub(), L"Enable", 2);
+        {
+            Policy pol;
+            EXPECT_EQ(pol.GetIntComp(L"Enable"), 1);
+        }
         Policy pol;
         EXPECT_EQ(pol.GetIntUser(L"Enable"), 2);
         EXPECT_EQ(pol.SetStr(L"Note", L"x", Policy::ScopeUser), 1) << "a read key is reopened for writing";
         EXPECT_EQ(RawGetStr(user.sub(), L"Note"), L"x");
     }
-    ProductInfo::SetLicPolOverride(nullptr, nullptr);
     Policy none;
     EXPECT_EQ(none.OpenAltRegKey(L"HKCU\\Software\\VantrelTests\\DoesNotExist", 0), 0);
     EXPECT_EQ(none.GetInt(L"Enable", Policy::ScopeMachine), -1) << "a chosen key is not swapped for another";

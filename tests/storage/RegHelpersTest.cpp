@@ -7,8 +7,10 @@
 
 #include "RegTestUtil.h"
 
+using regtest::Failed;
 using regtest::KeyExists;
 using regtest::MachineGetStr;
+using regtest::Try;
 using vxtest::ScopedTestKey;
 
 namespace {
@@ -45,19 +47,25 @@ TEST(RegHelpers, RectanglesAndFonts)
     for (auto f : {std::make_pair(L"WndL", 1), {L"WndT", -2}, {L"WndR", 300}, {L"WndB", 400}})
         EXPECT_EQ(vxtest::RawGetDword(t.sub(), f.first), (DWORD)f.second) << testing::PrintToString(std::wstring(f.first));
     EXPECT_TRUE(RegPutRect(ro, &rc, L"Wnd")) << "an unchanged rectangle is not written";
-    EXPECT_FALSE(RegPutRect(ro, &got, L"Wnd"));
+    EXPECT_EQ(Try([&] { return RegPutRect(ro, &got, L"Wnd"); }), Failed(ERROR_ACCESS_DENIED));
     ASSERT_TRUE(k.DelValue(L"WndT"));
-    EXPECT_FALSE(RegGetRect(k, &got, L"Wnd")) << "not every field was stored";
-    EXPECT_TRUE(got.left == 1 && got.top == 7 && got.right == 300 && got.bottom == 400) << "an absent field keeps its value";
+    EXPECT_EQ(RegGetRect(k, &got, L"Wnd"), 0) << "not every field was stored";
+    EXPECT_EQ(got.left, 1);
+    EXPECT_EQ(got.top, 7) << "an absent field keeps its value";
+    EXPECT_EQ(got.right, 300);
+    EXPECT_EQ(got.bottom, 400);
 
     LOGFONTW font{}, *p = nullptr;
     wcscpy(font.lfFaceName, L"Tahoma");
     EXPECT_TRUE(RegPutLogFont(k, L"Font", &font));
-    EXPECT_TRUE(k.GetBinSize(L"Font") == 92 && k.GetValueType(L"Font") == REG_BINARY) << "a LOGFONTW as 92 binary bytes";
-    ASSERT_TRUE(RegGetLogFont(k, L"Font", p) && p);
+    EXPECT_EQ(k.GetBinSize(L"Font"), 92u) << "a LOGFONTW as 92 binary bytes";
+    EXPECT_EQ(k.GetValueType(L"Font"), (DWORD)REG_BINARY);
+    ASSERT_EQ(RegGetLogFont(k, L"Font", p), 1);
+    ASSERT_NE(p, nullptr);
     EXPECT_EQ(memcmp(p, &font, 92), 0);
     ASSERT_TRUE(vxtest::RawSetBin(t.sub(), L"Font", &font, 91));
-    EXPECT_FALSE(RegGetLogFont(k, L"Font", p) || p) << "a value of another size is not a font: the font is dropped";
+    EXPECT_EQ(RegGetLogFont(k, L"Font", p), 0) << "a value of another size is not a font";
+    EXPECT_EQ(p, nullptr) << "the font held before is dropped";
 }
 
 // Catches a wrong key path or value name for "Home" (the log line shows both), and a read that
@@ -67,7 +75,8 @@ TEST(RegHelpers, HomeFolderInTheMachineKey)
     ScopedProduct prod;
     const wchar_t* p = prod.name.c_str();
     wchar_t buf[MAX_PATH] = L"junk", home[] = L"C:\\Program Files\\Korvane\\Vantrel", other[] = L"D:\\Elsewhere";
-    EXPECT_FALSE(GetHomeFolder(p, buf) || buf[0]) << "the buffer is emptied";
+    EXPECT_EQ(Try([&] { return GetHomeFolder(p, buf); }), Failed(ERROR_FILE_NOT_FOUND));
+    EXPECT_STREQ(buf, L"") << "the buffer is emptied";
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, prod.Korvane())) << "reading creates nothing";
     {
         regtest::LogGuard guard;
@@ -77,12 +86,16 @@ TEST(RegHelpers, HomeFolderInTheMachineKey)
         RegKey::EndLog();
         EXPECT_EQ(std::wstring(log.buf), L"[HKLM\\" + prod.Korvane(L"Setup") + L"]\r\nHome=" + home + L"\r\n");
     }
-    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpWrite, p, home, MAX_PATH) && GetHomeFolder(p, buf));
+    EXPECT_EQ(ProcessHomeFolder(RegKey::OpWrite, p, home, MAX_PATH), 1);
+    EXPECT_EQ(GetHomeFolder(p, buf), 1);
     EXPECT_STREQ(buf, home);
     DWORD type = 0;
-    EXPECT_TRUE(MachineGetStr(prod.Korvane(L"Setup"), L"Home", &type) == home && type == REG_SZ);
-    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpCheck, p, home, MAX_PATH) && !ProcessHomeFolder(RegKey::OpCheck, p, other, MAX_PATH));
-    EXPECT_TRUE(ProcessHomeFolder(RegKey::OpDelete, p, other, MAX_PATH) && MachineGetStr(prod.Korvane(L"Setup"), L"Home") == L"<absent>");
+    EXPECT_EQ(MachineGetStr(prod.Korvane(L"Setup"), L"Home", &type), home);
+    EXPECT_EQ(type, (DWORD)REG_SZ);
+    EXPECT_EQ(ProcessHomeFolder(RegKey::OpCheck, p, home, MAX_PATH), 1);
+    EXPECT_EQ(ProcessHomeFolder(RegKey::OpCheck, p, other, MAX_PATH), 0);
+    EXPECT_EQ(ProcessHomeFolder(RegKey::OpDelete, p, other, MAX_PATH), 1);
+    EXPECT_EQ(MachineGetStr(prod.Korvane(L"Setup"), L"Home"), L"<absent>");
 }
 
 // Catches a read that does not fall back to, or that moves, the former company key; a write
@@ -101,9 +114,12 @@ TEST(RegHelpers, HomeFolderAndSettingsUnderTheFormerCompanyName)
     EXPECT_TRUE(ProcessHomeFolder(RegKey::OpWrite, p, home, MAX_PATH));
     EXPECT_EQ(MachineGetStr(prod.Korvane(L"Setup"), L"Home"), L"E:\\New");
     EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, prod.Drelmark()));
-    EXPECT_TRUE(hadCompanyKey || !KeyExists(HKEY_LOCAL_MACHINE, L"Software\\Drelmark")) << "the emptied company key goes";
+    if (!hadCompanyKey) {
+        EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, L"Software\\Drelmark")) << "the emptied company key goes";
+    }
 
-    EXPECT_TRUE(MoveLegacyKey(1, p) && !vxtest::RawKeyExists(prod.Korvane())) << "nothing to move: nothing created";
+    EXPECT_EQ(MoveLegacyKey(1, p), 1);
+    EXPECT_FALSE(vxtest::RawKeyExists(prod.Korvane())) << "nothing to move: nothing created";
     ASSERT_TRUE(vxtest::RawSetStr(prod.Drelmark(L"Setup\\Restrictions"), L"Note", L"deep"));
     ASSERT_TRUE(vxtest::RawSetDword(prod.Drelmark() + L"_sibling", L"V", 1));
     EXPECT_TRUE(MoveLegacyKey(1, p));
@@ -122,7 +138,8 @@ TEST(RegHelpers, RestrictedReadsTheUserRestrictionKey)
     EXPECT_EQ(Restricted(prod.name.c_str(), L"NoExit"), 0) << "missing key";
     ASSERT_TRUE(vxtest::RawSetDword(prod.Korvane(L"Setup\\Restrictions"), L"NoExit", 2));
     EXPECT_EQ(Restricted(prod.name.c_str(), L"NoExit"), 2);
-    EXPECT_TRUE(Restricted(prod.name.c_str(), L"Absent") == 0 && Restricted(prod.name.c_str(), nullptr) == 0);
+    EXPECT_EQ(Restricted(prod.name.c_str(), L"Absent"), 0);
+    EXPECT_EQ(Restricted(prod.name.c_str(), nullptr), 0);
 }
 
 // Catches wrong value names or types for the event log, and removal that deletes a source key
@@ -134,9 +151,10 @@ TEST(RegHelpers, EventSourceRegistration)
     DWORD type = 0, types = 0, cb = 4;
     regtest::MachineDeleteTree(sub);
     EXPECT_TRUE(RegisterEventSourceFile(source.c_str(), L"C:\\Vantrel\\VXMSG.DLL"));
-    EXPECT_TRUE(RegGetValueW(HKEY_LOCAL_MACHINE, sub.c_str(), L"TypesSupported", RRF_RT_REG_DWORD, nullptr, &types, &cb) == ERROR_SUCCESS && types == 7)
-        << "a DWORD 7: errors, warnings and information; got " << types;
-    EXPECT_TRUE(MachineGetStr(sub, L"EventMessageFile", &type) == L"C:\\Vantrel\\VXMSG.DLL" && type == REG_SZ);
+    EXPECT_EQ(RegGetValueW(HKEY_LOCAL_MACHINE, sub.c_str(), L"TypesSupported", RRF_RT_REG_DWORD, nullptr, &types, &cb), ERROR_SUCCESS);
+    EXPECT_EQ(types, 7u) << "a DWORD 7: errors, warnings and information";
+    EXPECT_EQ(MachineGetStr(sub, L"EventMessageFile", &type), L"C:\\Vantrel\\VXMSG.DLL");
+    EXPECT_EQ(type, (DWORD)REG_SZ);
     ASSERT_EQ(RegSetKeyValueW(HKEY_LOCAL_MACHINE, sub.c_str(), L"CategoryMessageFile", REG_SZ, L"D:\\CAT.DLL", 22), ERROR_SUCCESS);
     EXPECT_TRUE(RegisterEventSourceFile(source.c_str(), nullptr));
     EXPECT_EQ(MachineGetStr(sub, L"EventMessageFile") + MachineGetStr(sub, L"TypesSupported"), L"<absent><absent>");

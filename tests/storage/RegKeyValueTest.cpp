@@ -9,8 +9,10 @@
 
 #include "RegTestUtil.h"
 
+using regtest::Failed;
 using regtest::Guarded;
 using regtest::RawType;
+using regtest::Try;
 using vxtest::ScopedTestKey;
 
 namespace {
@@ -21,7 +23,8 @@ TEST(RegKeyValue, DwordsAreWrittenOnlyWhenDifferent)
     ScopedTestKey t(L"dw");
     RegKey k(t.path().c_str(), 1), ro(t.path().c_str(), 0);
     EXPECT_EQ(k.GetInt(L"D", -3), -3);
-    EXPECT_TRUE(k.PutDword(L"Zero", 0, 1) && k.PutDword(L"Max", 0xFFFFFFFF, 1)) << "absence always counts as different";
+    EXPECT_EQ(k.PutDword(L"Zero", 0, 1), 1) << "absence always counts as different";
+    EXPECT_EQ(k.PutDword(L"Max", 0xFFFFFFFF, 1), 1);
     EXPECT_EQ(vxtest::RawGetDword(t.sub(), L"Zero", 99), 0u);
     EXPECT_EQ(vxtest::RawGetDword(t.sub(), L"Max", 0), 0xFFFFFFFFu);
 
@@ -31,10 +34,13 @@ TEST(RegKeyValue, DwordsAreWrittenOnlyWhenDifferent)
     EXPECT_TRUE(k.PutDword(L"D", 5, 1));
     EXPECT_EQ(RawType(t.sub(), L"D"), (DWORD)REG_BINARY) << "an equal value was rewritten";
     EXPECT_TRUE(ro.PutInt(L"Max", -1)) << "PutInt writes only when different";
-    EXPECT_FALSE(ro.PutDword(L"D", 6, 1));
-    EXPECT_FALSE(ro.PutDword(L"D", 5, 0)) << "without the flag the write is attempted";
-    EXPECT_TRUE(k.PutDword(L"D", 5, 0) && RawType(t.sub(), L"D") == REG_DWORD) << "without the flag the value is written";
-    EXPECT_TRUE(k.PutDwordOrDeleteIfZero(L"D", 0, 1) && !vxtest::RawValueExists(t.sub(), L"D"));
+    EXPECT_EQ(Try([&] { return ro.PutDword(L"D", 6, 1); }), Failed(ERROR_ACCESS_DENIED));
+    EXPECT_EQ(Try([&] { return ro.PutDword(L"D", 5, 0); }), Failed(ERROR_ACCESS_DENIED)) << "without the flag the write is attempted";
+    EXPECT_EQ(k.PutDword(L"D", 5, 0), 1);
+    EXPECT_EQ(RawType(t.sub(), L"D"), (DWORD)REG_DWORD) << "without the flag the value is written";
+    EXPECT_EQ(k.PutDwordOrDeleteIfZero(L"D", 0, 1), 1);
+    EXPECT_FALSE(vxtest::RawValueExists(t.sub(), L"D"));
+    EXPECT_EQ(Try([] { return RegKey().PutDword(L"D", 1, 0); }), Failed(ERROR_INVALID_HANDLE)) << "a key that did not open";
 }
 
 // Catches overflow of the caller's buffer, a partial read of a value that does not fit, the
@@ -43,7 +49,8 @@ TEST(RegKeyValue, GetStrFitsExactlyCchCharactersAndFallsBackToTheDefault)
 {
     ScopedTestKey t(L"gs");
     const wchar_t noTerm[5] = {L'a', L'b', L'c', L'd', L'e'}; // only 4 stored: no zero follows them
-    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"S", L"abcd") && vxtest::RawSetStr(t.sub(), L"Empty", L""));
+    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"S", L"abcd"));
+    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"Empty", L""));
     ASSERT_TRUE(vxtest::RawSetBin(t.sub(), L"NoTerm", noTerm, 8, REG_SZ));
     RegKey k(t.path().c_str(), 0);
     const struct { const wchar_t *name; int cch; const wchar_t *def; int result; const wchar_t* text; } rows[] = {
@@ -65,7 +72,9 @@ TEST(RegKeyValue, GetStrFitsExactlyCchCharactersAndFallsBackToTheDefault)
     EXPECT_LT(wcsnlen(g.buf, 4), 4u) << "no terminator inside the buffer";
     EXPECT_EQ(g.buf[4], 0xbdbd);
     EXPECT_EQ((size_t)n, wcsnlen(g.buf, 4));
-    EXPECT_TRUE(k.GetStrSize(L"S") == 6 && k.GetStrSize(L"Empty") == 0 && k.GetStrSize(L"Absent") == 0);
+    EXPECT_EQ(k.GetStrSize(L"S"), 6);
+    EXPECT_EQ(k.GetStrSize(L"Empty"), 0);
+    EXPECT_EQ(k.GetStrSize(L"Absent"), 0);
 }
 
 // Catches an absent value matching "" (so an empty setting is never stored), a stored "1"
@@ -75,17 +84,23 @@ TEST(RegKeyValue, PutStrComparesCaseSensitivelyAndNeverMatchesAnAbsentValue)
     ScopedTestKey t(L"ps");
     RegKey k(t.path().c_str(), 1);
     ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"One", L"1"));
-    EXPECT_TRUE(k.PutStr(L"E", L"", 1) && k.PutStr(L"One", L"", 1));
+    EXPECT_EQ(k.PutStr(L"E", L"", 1), 1);
+    EXPECT_EQ(k.PutStr(L"One", L"", 1), 1);
     EXPECT_EQ(RawType(t.sub(), L"E"), (DWORD)REG_SZ);
     EXPECT_EQ(vxtest::RawGetStr(t.sub(), L"E") + vxtest::RawGetStr(t.sub(), L"One"), L"");
 
-    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"X", L"Path", REG_EXPAND_SZ) && vxtest::RawSetStr(t.sub(), L"E", L"", REG_EXPAND_SZ));
-    EXPECT_TRUE(k.PutStr(L"X", L"Path", 1) && k.PutStr(L"E", L"", 1));
+    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"X", L"Path", REG_EXPAND_SZ));
+    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"E", L"", REG_EXPAND_SZ));
+    EXPECT_EQ(k.PutStr(L"X", L"Path", 1), 1);
+    EXPECT_EQ(k.PutStr(L"E", L"", 1), 1);
     EXPECT_EQ(RawType(t.sub(), L"X"), (DWORD)REG_EXPAND_SZ) << "an equal string was rewritten";
     EXPECT_EQ(RawType(t.sub(), L"E"), (DWORD)REG_EXPAND_SZ) << "an equal empty string was rewritten";
-    EXPECT_TRUE(k.PutStr(L"X", L"path", 1) && vxtest::RawGetStr(t.sub(), L"X") == L"path") << "a case change is a change";
-    EXPECT_TRUE(k.PutStr(L"E", L"", 0) && RawType(t.sub(), L"E") == REG_SZ) << "without the flag it is written";
-    EXPECT_TRUE(k.PutStrOrDelEmpty(L"X", L"", 1) && !vxtest::RawValueExists(t.sub(), L"X"));
+    EXPECT_EQ(k.PutStr(L"X", L"path", 1), 1);
+    EXPECT_EQ(vxtest::RawGetStr(t.sub(), L"X"), L"path") << "a case change is a change";
+    EXPECT_EQ(k.PutStr(L"E", L"", 0), 1);
+    EXPECT_EQ(RawType(t.sub(), L"E"), (DWORD)REG_SZ) << "without the flag it is written";
+    EXPECT_EQ(k.PutStrOrDelEmpty(L"X", L"", 1), 1);
+    EXPECT_FALSE(vxtest::RawValueExists(t.sub(), L"X"));
 }
 
 // Catches a cb of 0 refused, a short buffer overrun, and equal bytes rewritten.
@@ -101,12 +116,14 @@ TEST(RegKeyValue, BinaryValues)
     EXPECT_EQ(k.GetValueType(L"B"), (DWORD)REG_BINARY);
     memset(out, 0xbd, sizeof(out));
     EXPECT_TRUE(k.GetBin(L"B", out, 0, nullptr)) << "a cb of 0 accepts any size";
-    EXPECT_TRUE(memcmp(out, data, 300) == 0 && out[300] == 0xbd);
+    EXPECT_EQ(std::vector<BYTE>(out, out + 300), std::vector<BYTE>(data, data + 300));
+    EXPECT_EQ(out[300], 0xbd);
     memset(out, 0xbd, sizeof(out));
-    EXPECT_FALSE(k.GetBin(L"B", out, 299));
+    EXPECT_EQ(Try([&] { return k.GetBin(L"B", out, 299); }), Failed(ERROR_MORE_DATA));
     EXPECT_EQ(out[0], 0xbd) << "a value that does not fit is not read at all";
+    EXPECT_EQ(Try([&] { return k.GetBin(L"Absent", out, 0); }), Failed(ERROR_FILE_NOT_FOUND));
     EXPECT_TRUE(ro.PutBin(L"B", data, 300)) << "equal bytes are not written";
-    EXPECT_FALSE(ro.PutBin(L"B", data, 299)) << "a shorter value is different";
+    EXPECT_EQ(Try([&] { return ro.PutBin(L"B", data, 299); }), Failed(ERROR_ACCESS_DENIED)) << "a shorter value is different";
 }
 
 // Catches a prefix compare that ignores the case flag, takes the default value for "", or
@@ -121,8 +138,11 @@ TEST(RegKeyValue, DeletingValuesByPrefix)
     EXPECT_TRUE(k.DelValue(L"Absent"));
     // Exact "abc" leaves Abc1; "" leaves the default value; null takes everything.
     const struct { const wchar_t* prefix; int bIgnoreCase; DWORD left; } steps[] = {{L"abc", 0, 4}, {L"aBC", 1, 3}, {L"", 0, 1}, {nullptr, 1, 0}};
-    for (const auto& s : steps)
-        EXPECT_TRUE(k.DelValuesStartingWith(s.prefix, s.bIgnoreCase) && vxtest::RawCountValues(t.sub()) == s.left) << s.left;
+    for (const auto& s : steps) {
+        SCOPED_TRACE(s.left);
+        EXPECT_EQ(k.DelValuesStartingWith(s.prefix, s.bIgnoreCase), 1);
+        EXPECT_EQ(vxtest::RawCountValues(t.sub()), s.left);
+    }
 }
 
 // Catches a copy that loses the value's type, and a wrong prefix join.
@@ -133,14 +153,18 @@ TEST(RegKeyValue, CopyValueAndPrefixedNames)
     ASSERT_TRUE(vxtest::RawSetStr(t.sub(L"Src"), L"Exp", L"%TEMP%\\x", REG_EXPAND_SZ));
     ASSERT_TRUE(vxtest::RawSetBin(t.sub(L"Src"), L"Nothing", "", 0, REG_BINARY));
     EXPECT_TRUE(k.CopyValueTo(dst, L"Exp"));
-    EXPECT_TRUE(RawType(t.sub(L"Dst"), L"Exp") == REG_EXPAND_SZ && vxtest::RawGetStr(t.sub(L"Dst"), L"Exp") == L"%TEMP%\\x");
-    EXPECT_FALSE(k.CopyValueTo(dst, L"Absent") || k.CopyValueTo(dst, L"Nothing"));
+    EXPECT_EQ(RawType(t.sub(L"Dst"), L"Exp"), (DWORD)REG_EXPAND_SZ);
+    EXPECT_EQ(vxtest::RawGetStr(t.sub(L"Dst"), L"Exp"), L"%TEMP%\\x");
+    EXPECT_EQ(k.CopyValueTo(dst, L"Absent"), 0);
+    EXPECT_EQ(k.CopyValueTo(dst, L"Nothing"), 0) << "an empty value is not copied";
 
     wchar_t buf[8];
-    EXPECT_TRUE(k.PutIntPrefix(L"Wnd", L"Y", -4) && k.PutStrPrefix(L"Col", L"Name", L"Width"));
+    EXPECT_EQ(k.PutIntPrefix(L"Wnd", L"Y", -4), 1);
+    EXPECT_EQ(k.PutStrPrefix(L"Col", L"Name", L"Width"), 1);
     EXPECT_EQ(vxtest::RawGetDword(t.sub(L"Src"), L"WndY"), 0xFFFFFFFCu);
     EXPECT_EQ(k.GetStrPrefix(L"Col", L"Name", buf, 8, nullptr), 5);
-    EXPECT_TRUE(k.DelValuePrefix(L"Wnd", L"Y") && !vxtest::RawValueExists(t.sub(L"Src"), L"WndY"));
+    EXPECT_EQ(k.DelValuePrefix(L"Wnd", L"Y"), 1);
+    EXPECT_FALSE(vxtest::RawValueExists(t.sub(L"Src"), L"WndY"));
 }
 
 // ProcessEntry and ProcessSubKey.
@@ -157,8 +181,8 @@ TEST(RegKeyEntry, StringChecks)
 {
     ScopedTestKey t(L"strchk");
     const std::wstring fits(259, L'x'), tooLong(260, L'y'); // 520 bytes with the terminator fit, 522 do not
-    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"S", L"Abc") && vxtest::RawSetStr(t.sub(), L"Empty", L""));
-    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"Fits", fits) && vxtest::RawSetStr(t.sub(), L"Long", tooLong));
+    for (const auto& v : {std::make_pair(L"S", std::wstring(L"Abc")), {L"Empty", L""}, {L"Fits", fits}, {L"Long", tooLong}})
+        ASSERT_TRUE(vxtest::RawSetStr(t.sub(), v.first, v.second));
     RegKey k(t.path().c_str(), 0);
     const RegKey::Op C = RegKey::OpCheck, N = RegKey::OpCheckNoCase, A = RegKey::OpCheckAbsent;
     const struct { RegKey::Op op; const wchar_t* name; std::wstring given; int result; } rows[] = {
@@ -174,7 +198,8 @@ TEST(RegKeyEntry, StringChecks)
 TEST(RegKeyEntry, StringReadFitsCchOrEmptiesTheBuffer)
 {
     ScopedTestKey t(L"strrd");
-    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"S", L"abc") && vxtest::RawSetStr(t.sub(), L"Empty", L""));
+    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"S", L"abc"));
+    ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"Empty", L""));
     RegKey k(t.path().c_str(), 0);
     const struct { const wchar_t* name; unsigned cch; int result; const wchar_t* text; } rows[] = {
         {L"S", 4, 1, L"abc"}, {L"S", 3, 0, L""}, {L"Absent", 8, 0, L""}, {L"Empty", 8, 0, L""}};
@@ -192,13 +217,15 @@ TEST(RegKeyEntry, StringWritesAndDeletes)
 {
     ScopedTestKey t(L"strwr");
     RegKey k(t.path().c_str(), RegKey::OpWrite);
-    EXPECT_TRUE(Str(k, RegKey::OpWrite, L"E", L"") && !vxtest::RawValueExists(t.sub(), L"E")) << "\"\" already equals an absent value";
+    EXPECT_EQ(Str(k, RegKey::OpWrite, L"E", L""), 1);
+    EXPECT_FALSE(vxtest::RawValueExists(t.sub(), L"E")) << "\"\" already equals an absent value";
     ASSERT_TRUE(vxtest::RawSetStr(t.sub(), L"X", L"Same", REG_EXPAND_SZ));
     EXPECT_TRUE(Str(k, RegKey::OpWriteAlways, L"X", L"Same"));
     EXPECT_EQ(RawType(t.sub(), L"X"), (DWORD)REG_SZ) << "OpWriteAlways writes an equal string again";
     EXPECT_TRUE(Str(k, RegKey::OpWrite, L"X", L""));
     EXPECT_EQ(vxtest::RawGetStr(t.sub(), L"X"), L"") << "\"\" over a string writes, it does not delete";
-    EXPECT_TRUE(Str(k, RegKey::OpDelete, L"X", L"ignored") && !vxtest::RawValueExists(t.sub(), L"X"));
+    EXPECT_EQ(Str(k, RegKey::OpDelete, L"X", L"ignored"), 1);
+    EXPECT_FALSE(vxtest::RawValueExists(t.sub(), L"X"));
 }
 
 // Catches an absent DWORD not reading as 0, OpWrite storing a 0 instead of deleting,
@@ -208,19 +235,24 @@ TEST(RegKeyEntry, DwordOperations)
     ScopedTestKey t(L"dwop");
     RegKey k(t.path().c_str(), 1);
     DWORD zero = 0, one = 1, seven = 7, v = 77;
-    EXPECT_TRUE(k.ProcessEntry(RegKey::OpCheck, L"D", zero) && !k.ProcessEntry(RegKey::OpCheck, L"D", one));
-    EXPECT_TRUE(k.ProcessEntry(RegKey::OpRead, L"D", v) && v == 0) << "an absent DWORD reads as 0, not " << v;
-    EXPECT_TRUE(k.ProcessEntry(RegKey::OpWrite, L"D", seven) && k.ProcessEntry(RegKey::OpCheckNoCase, L"D", seven));
-    EXPECT_TRUE(k.ProcessEntry(RegKey::OpRead, L"D", v) && v == 7) << v;
+    EXPECT_EQ(k.ProcessEntry(RegKey::OpCheck, L"D", zero), 1);
+    EXPECT_EQ(k.ProcessEntry(RegKey::OpCheck, L"D", one), 0);
+    EXPECT_EQ(k.ProcessEntry(RegKey::OpRead, L"D", v), 1);
+    EXPECT_EQ(v, 0u) << "an absent DWORD reads as 0";
+    EXPECT_EQ(k.ProcessEntry(RegKey::OpWrite, L"D", seven), 1);
+    EXPECT_EQ(k.ProcessEntry(RegKey::OpCheckNoCase, L"D", seven), 1);
+    EXPECT_EQ(k.ProcessEntry(RegKey::OpRead, L"D", v), 1);
+    EXPECT_EQ(v, 7u);
 
     EXPECT_TRUE(k.ProcessEntry(RegKey::OpWrite, L"D", zero));
     EXPECT_FALSE(vxtest::RawValueExists(t.sub(), L"D")) << "OpWrite of 0 deletes";
     EXPECT_TRUE(k.ProcessEntry(RegKey::OpWriteAlways, L"D", zero));
     EXPECT_EQ(vxtest::RawGetDword(t.sub(), L"D"), 0u) << "OpWriteAlways of 0 stores 0";
 
-
     int i = -9, r = 0;
-    EXPECT_TRUE(k.ProcessEntry(RegKey::OpWrite, L"I", i) && k.ProcessEntry(RegKey::OpRead, L"I", r) && r == -9) << r;
+    EXPECT_EQ(k.ProcessEntry(RegKey::OpWrite, L"I", i), 1);
+    EXPECT_EQ(k.ProcessEntry(RegKey::OpRead, L"I", r), 1);
+    EXPECT_EQ(r, -9);
 }
 
 // Catches check and read operations touching the subkey, and a write that keeps old content.
@@ -230,7 +262,8 @@ TEST(RegKeyEntry, ProcessSubKeyEmptiesOrRemovesTheSubkey)
     RegKey k(t.path().c_str(), 1);
     for (RegKey::Op op : {RegKey::OpCheck, RegKey::OpRead, RegKey::OpCheckAbsent, RegKey::OpCheckNoCase, RegKey::OpWrite,
                           RegKey::OpWriteAlways, RegKey::OpDelete}) {
-        ASSERT_TRUE(vxtest::RawSetDword(t.sub(L"Rec\\Deep\\Deeper"), L"W", 2) && vxtest::RawSetDword(t.sub(L"Rec"), L"V", 1));
+        ASSERT_TRUE(vxtest::RawSetDword(t.sub(L"Rec\\Deep\\Deeper"), L"W", 2));
+        ASSERT_TRUE(vxtest::RawSetDword(t.sub(L"Rec"), L"V", 1));
         EXPECT_TRUE(k.ProcessSubKey(op, L"Rec"));
         const bool writes = op == RegKey::OpWrite || op == RegKey::OpWriteAlways, del = op == RegKey::OpDelete;
         EXPECT_EQ(vxtest::RawKeyExists(t.sub(L"Rec")), !del) << op;

@@ -6,6 +6,7 @@
 #include <sddl.h>
 
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,26 @@ template <unsigned N> struct Guarded {
     wchar_t buf[N + 4];
     Guarded() { wmemset(buf, 0xbdbd, N + 4); }
 };
+
+// What a call answered and the last error it left. Try sets a sentinel first, so a failure
+// path that sets no last error shows 0xdeadbeef; a failed comparison prints both numbers.
+struct Outcome {
+    LONG_PTR result;
+    DWORD error;
+    bool operator==(const Outcome& o) const { return result == o.result && error == o.error; }
+};
+inline void PrintTo(const Outcome& o, std::ostream* os)
+{
+    *os << "{result " << o.result << ", last error " << o.error << " (0x" << std::hex << o.error << std::dec << ")}";
+}
+template <class Fn> Outcome Try(Fn fn)
+{
+    SetLastError(0xdeadbeef);
+    const LONG_PTR r = (LONG_PTR)fn();
+    return {r, GetLastError()};
+}
+// A failure that reports error.
+inline Outcome Failed(DWORD error) { return {0, error}; }
 
 // Leaves log mode even when an assertion returns early, so later tests really write.
 struct LogGuard {

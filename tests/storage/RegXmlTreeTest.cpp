@@ -123,7 +123,8 @@ TEST(RegXmlTreeRead, FiltersChooseKeysAndValues)
     ReadRegKeyToTree(rk, top, &keys, &values, 0); // the first level only
     ReadRegKeyToTree(rk, all, &keys, &values, 1); // every level
     RegXmlTree *a1 = top.FindSubTree(L"ApplyTo"), *a2 = all.FindSubTree(L"ApplyTo");
-    ASSERT_TRUE(a1 && a2);
+    ASSERT_NE(a1, nullptr);
+    ASSERT_NE(a2, nullptr);
     EXPECT_EQ(top.GetCount() + all.GetCount(), 4u); // "Keep" and "ApplyTo" in each
     EXPECT_EQ(DataOf(&top, L"Keep") + DataOf(a1, L"Drop"), L"REG_DWORD|1REG_DWORD|2"); // below an accepted key all is read
     EXPECT_NE(a1->FindSubTree(L"Inner"), nullptr);

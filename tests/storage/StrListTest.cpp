@@ -7,6 +7,7 @@
 
 #include "base/ProductInfo.h"
 #include "storage/StrList.h"
+#include "support/Guards.h"
 #include "support/TestSupport.h"
 
 namespace {
@@ -82,9 +83,9 @@ TEST(StrList, ComparesInOrderOrRegardlessOfOrder)
 // Each test points the product's per-user key at its own test key.
 class StrListStore : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(ProductInfo::PushAppRootKey(key.path().c_str()), 1); }
-    void TearDown() override { ProductInfo::PopAppRootKey(); }
     vxtest::ScopedTestKey key{L"strlist"};
+    vxtest::ScopedAppRootKey root{key.path()};
+    void SetUp() override { ASSERT_EQ(root.pushed(), 1); }
     DWORD type = 0;
     std::vector<BYTE> data;
 };

@@ -1,6 +1,7 @@
 #include "support/EngineFakes.h"
 
 #include "engine/Seams.h"
+#include "engine/VXThread.h"
 #include "storage/StrList.h"
 
 namespace vxtest {
@@ -200,6 +201,19 @@ void FakeGroups::Local(const wchar_t* name, StrList& groups)
     current_->asked.push_back(std::wstring(L"local:") + name);
     for (const auto& g : current_->localGroups[name])
         groups.AddTail(g.c_str());
+}
+
+ScopedEngineState::ScopedEngineState()
+    : savedActiveUser_(VXThread::dwSessionIdActiveUser), savedQuitAll_(VXThread::bQuitAll)
+{
+    VXThread::dwSessionIdActiveUser = 0xFFFFFFFF;
+    VXThread::bQuitAll = 0;
+}
+
+ScopedEngineState::~ScopedEngineState()
+{
+    VXThread::dwSessionIdActiveUser = savedActiveUser_;
+    VXThread::bQuitAll = savedQuitAll_;
 }
 
 } // namespace vxtest

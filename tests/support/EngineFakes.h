@@ -104,4 +104,19 @@ private:
     void (*savedLocal_)(const wchar_t*, StrList&);
 };
 
+// The engine's process-wide session state: no active user and no quit request while the guard
+// lives, the values found before back on destruction, so a test that ends early (or sets them
+// itself) cannot leave a quitting engine or a stale active user to the next test.
+class ScopedEngineState {
+public:
+    ScopedEngineState();
+    ~ScopedEngineState();
+    ScopedEngineState(const ScopedEngineState&) = delete;
+    ScopedEngineState& operator=(const ScopedEngineState&) = delete;
+
+private:
+    DWORD savedActiveUser_;
+    int savedQuitAll_;
+};
+
 } // namespace vxtest
