@@ -1,6 +1,8 @@
 #include "ui/DrawHTML.h"
 
+#include <cmath>
 #include <new>
+#include <utility>
 
 #include "base/Resources.h"
 
@@ -116,6 +118,28 @@ bool GetDialogFont(LOGFONTW* plf)
 }
 
 } // namespace
+
+namespace {
+
+// The relative luminance of a colour (sRGB, 0..1), as contrast between colours is measured.
+double Luminance(COLORREF c)
+{
+    auto channel = [](int v) {
+        const double s = v / 255.0;
+        return s <= 0.03928 ? s / 12.92 : std::pow((s + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * channel(GetRValue(c)) + 0.7152 * channel(GetGValue(c)) + 0.0722 * channel(GetBValue(c));
+}
+
+} // namespace
+
+COLORREF DrawHTMLTools::ReadableLinkColor(COLORREF hot, COLORREF background)
+{
+    double a = Luminance(hot), b = Luminance(background);
+    if (a < b)
+        std::swap(a, b);
+    return (a + 0.05) / (b + 0.05) >= 3.0 ? hot : kLinkBlue;
+}
 
 DrawHTMLTools::DrawHTMLTools() { Update(); }
 

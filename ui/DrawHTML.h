@@ -22,8 +22,14 @@
 class DrawHTMLTools {
 public:
     // The default link colour: the system's hyperlink colour (COLOR_HOTLIGHT), the blue that
-    // Windows itself uses for links, so links look alike in every window of the system.
-    static COLORREF GetSystemLinkColor() { return GetSysColor(COLOR_HOTLIGHT); }
+    // Windows itself uses for links, so links look alike in every window of the system; but
+    // only while it stands out from the background: some colour schemes give it a pale grey
+    // that would make links all but invisible, and then the classic link blue is used.
+    static COLORREF GetSystemLinkColor() { return ReadableLinkColor(GetSysColor(COLOR_HOTLIGHT), GetSysColor(COLOR_BTNFACE)); }
+    // hot when its contrast with the background is at least 3:1 (the least that text needs to be
+    // told apart), else kLinkBlue.
+    static COLORREF ReadableLinkColor(COLORREF hot, COLORREF background);
+    static constexpr COLORREF kLinkBlue = RGB(0, 102, 204);
 
     DrawHTMLTools();
     DrawHTMLTools(const DrawHTMLTools&) = delete; // owns its font

@@ -173,7 +173,18 @@ TEST(DrawHTMLToolsTest, OwnerColoursSurviveUpdateAndFontsFollowTheFlags)
 {
     DrawHTMLTools tools;
     EXPECT_EQ(tools.GetTextColor(), GetSysColor(COLOR_WINDOWTEXT));
-    EXPECT_EQ(tools.GetLinkColor(), GetSysColor(COLOR_HOTLIGHT));
+    EXPECT_EQ(tools.GetLinkColor(),
+              DrawHTMLTools::ReadableLinkColor(GetSysColor(COLOR_HOTLIGHT), GetSysColor(COLOR_BTNFACE)));
+    // The system's link colour is kept while it stands out from the background (3:1 or more).
+    struct { COLORREF hot, bkg, want; } colours[] = {
+        {RGB(0, 102, 204), RGB(240, 240, 240), RGB(0, 102, 204)}, // Windows' own: kept
+        {RGB(224, 224, 224), RGB(245, 245, 245), DrawHTMLTools::kLinkBlue}, // a pale scheme
+        {RGB(255, 255, 0), RGB(0, 0, 0), RGB(255, 255, 0)},       // high contrast: kept
+        {RGB(118, 118, 118), RGB(255, 255, 255), RGB(118, 118, 118)}, // 4.5:1
+        {RGB(150, 150, 150), RGB(255, 255, 255), DrawHTMLTools::kLinkBlue}, // under 3:1
+    };
+    for (auto& c : colours)
+        EXPECT_EQ(c.want, DrawHTMLTools::ReadableLinkColor(c.hot, c.bkg)) << std::hex << c.hot;
     EXPECT_NE(tools.GetLogFont().lfHeight, 0);
     tools.SetLinkColor(RGB(1, 2, 3));
     EXPECT_EQ(tools.Update(), 1);

@@ -166,6 +166,27 @@ TEST_F(MsgBox, PressedFromOutsideByEscapeAndByADeviceArrival)
     stop = true;
     presser.join();
 
+    // From another process: the presser program beside the tests.
+    DWORD exitCode = 99;
+    g_script = [&](HWND box, unsigned tick) {
+        if (tick == 0) {
+            wchar_t line[128];
+            swprintf(line, 128, L"ui_press.exe %llu %d", (unsigned long long)(ULONG_PTR)box, IDC_MSGEX_BUTTON1);
+            STARTUPINFOW si = {};
+            si.cb = sizeof(si);
+            PROCESS_INFORMATION pi = {};
+            if (CreateProcessW(nullptr, line, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &si, &pi)) {
+                WaitForSingleObject(pi.hProcess, 10000);
+                GetExitCodeProcess(pi.hProcess, &exitCode);
+                CloseHandle(pi.hThread);
+                CloseHandle(pi.hProcess);
+            }
+        }
+        return tick >= 50 ? IDC_MSGEX_CANCEL : 0;
+    };
+    EXPECT_EQ(IDYES, MsgEx(nullptr, MB_YESNO, L"Pressed by another process"));
+    EXPECT_EQ(0u, exitCode);
+
     // Escape goes through the box's accelerators: it closes as the cancel place answers.
     g_script = [&](HWND box, unsigned tick) {
         if (tick == 0)
