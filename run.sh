@@ -16,3 +16,7 @@ for f in VXDA64.DLL; do
 done
 echo "Vantrel binaries in $(pwd)/dist:"
 ls -l dist
+
+# The windows as a person sees them, into docs/screenshots/ (needs a virtual X screen, which the
+# script installs). A failure here is reported but leaves the binaries in place.
+scripts/screenshots.sh "$build" || echo "screenshots: FAILED (the binaries in dist/ are fine)" >&2
