@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <stdexcept>
 #include <string>
 
 #include "base/ProductInfo.h"
 #include "engine/Engine.h"
 #include "engine/EventLog.h"
+#include "engine/Seams.h"
 #include "engine/VXThread.h"
 #include "engine/VXThreadBkg.h"
 #include "engine/WtsApi32.h"
@@ -304,4 +306,19 @@ TEST_F(Engine, OutOfRangeTimesAreReportedOncePerValue)
     EXPECT_EQ(events.Count(MSG_SETTING_OUT_OF_RANGE), 4u);
     RawSetDword(settings.sub(), L"Timeout", 10);
     EngineControl(EngineReloadSettings, 0, nullptr, nullptr);
+}
+
+// Nothing escapes into the service manager's thread: an exception met while a logon is handled
+// is reported as the error event with the control code, and the engine goes on.
+TEST_F(Engine, AnExceptionInAControlIsReportedAndTheEngineGoesOn)
+{
+    Start();
+    auto saved = Seams::pfnGetUserLocalGroups;
+    Seams::pfnGetUserLocalGroups = [](const wchar_t*, StrList&) { throw std::runtime_error("group look-up"); };
+    ts.Logon(1, L"alice", L"CORP");
+    Seams::pfnGetUserLocalGroups = saved;
+    EXPECT_EQ(StringsOf(MSG_ENGINE_ERROR), std::vector<std::wstring>{L"14"});
+    EXPECT_EQ(events.Events().back().type, EVENTLOG_ERROR_TYPE);
+    ts.Logon(2, L"bob", L"CORP");
+    EXPECT_TRUE(Watched(2)) << "the next logon is handled as usual";
 }
