@@ -101,7 +101,11 @@ public:
                 SendMessageW(check, BM_CLICK, 0, 0);
             return;
         }
-        const int answer = AnswerOfControl(buttons, nControl);
+        // The control may also be named by the answer it gives (IDOK, IDCANCEL, ...): the
+        // monitor closes its warning box with code 6 and IDOK.
+        int answer = AnswerOfControl(buttons, nControl);
+        if (!answer && ControlOfAnswer(buttons, nControl))
+            answer = nControl;
         if (!answer)
             return;
         MsgExButtonCallback pfn;

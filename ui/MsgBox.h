@@ -19,7 +19,8 @@
 //
 // While a box is open:
 //   - the registered message "KorvaneMessage" with code 6 (wParam) presses the control whose id
-//     is in lParam, so that another process can answer the box;
+//     is in lParam, or the button that gives the answer in lParam (IDOK, IDCANCEL, ...), so that
+//     another process can answer the box;
 //   - code 121 answers nonzero when lParam is the box's instance id (MsgExSetActivatePrevID);
 //   - a device arrival presses the retry button when the box asked for it.
 #pragma once
