@@ -1,53 +1,39 @@
-// DMDlg on real dialogs from the test resources: modal runs pressed from another thread or a
-// timer, the modeless loop, the dialog-procedure results, and the refusals.
+// DMDlg on real dialogs from the test resources: modal runs pressed from another thread, the
+// modeless loop, the dialog procedure's results, and the refusals.
 #include <gtest/gtest.h>
-
-#include <windows.h>
-
-#include <commctrl.h>
 
 #include <stdexcept>
 
 #include "WndTestSupport.h"
-#include "ui/DMCtrl.h"
 
 namespace {
 
 using wndtest::FormDlg;
-using wndtest::Post;
 
 class DMDlgTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        INITCOMMONCONTROLSEX icc = {sizeof(icc), ICC_STANDARD_CLASSES | ICC_UPDOWN_CLASS};
-        InitCommonControlsEx(&icc);
-    }
+    void SetUp() override { wndtest::InitControls(); }
 };
 
-const int kDlg = 0;
-
-// Pressed from another thread: the code the dialog ends with, and the settings read only for an
-// accepted OK.
+// The code the dialog ends with, and the settings read only for an accepted OK: the check box is
+// unticked on the way, so only an accepted OK reads it back unticked.
 TEST_F(DMDlgTest, ModalEndsWithTheButtonPressedAndReadsTheControlsOnlyForOK)
 {
+    const wndtest::Post untick = {BM_CLICK, 0, IDC_UITEST_CHECK}, cancel = {WM_COMMAND, IDCANCEL, 0};
     struct Case {
         const char* name;
         int bAccept;
-        std::vector<Post> posts;
+        std::vector<wndtest::Post> posts;
         INT_PTR expected;
         int nDlgToOpts;
-        BOOL bCheckedAfter; // the setting after the run (the box was unticked on the way)
+        BOOL bCheckedAfter;
     } cases[] = {
-        // The check box is clicked first, so an accepted OK reads it back unticked.
-        {"OK", 1, {{BM_CLICK, 0, 0, IDC_UITEST_CHECK}, {WM_COMMAND, IDOK, 0, kDlg}}, IDOK, 1, FALSE},
-        {"Cancel", 1, {{BM_CLICK, 0, 0, IDC_UITEST_CHECK}, {WM_COMMAND, IDCANCEL, 0, kDlg}}, IDCANCEL, 0, TRUE},
-        {"close box", 1, {{BM_CLICK, 0, 0, IDC_UITEST_CHECK}, {WM_CLOSE, 0, 0, kDlg}}, IDCANCEL, 0, TRUE},
-        {"OK refused, then Cancel", 0,
-         {{WM_COMMAND, IDOK, 0, kDlg}, {WM_COMMAND, IDCANCEL, 0, kDlg}}, IDCANCEL, 1, TRUE},
-        // A focus notification of the OK button is no click.
-        {"OK focus notice, then Cancel", 1,
-         {{WM_COMMAND, MAKEWPARAM(IDOK, BN_SETFOCUS), 0, kDlg}, {WM_COMMAND, IDCANCEL, 0, kDlg}}, IDCANCEL, 0, TRUE},
+        {"OK", 1, {untick, {WM_COMMAND, IDOK, 0}}, IDOK, 1, FALSE},
+        {"Cancel", 1, {untick, cancel}, IDCANCEL, 0, TRUE},
+        {"close box", 1, {untick, {WM_CLOSE, 0, 0}}, IDCANCEL, 0, TRUE},
+        {"OK refused, then Cancel", 0, {{WM_COMMAND, IDOK, 0}, cancel}, IDCANCEL, 1, TRUE},
+        {"OK focus notice (no click), then Cancel", 1, {{WM_COMMAND, MAKEWPARAM(IDOK, BN_SETFOCUS), 0}, cancel},
+         IDCANCEL, 0, TRUE},
     };
     for (Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -68,39 +54,10 @@ TEST_F(DMDlgTest, ModalEndsWithTheButtonPressedAndReadsTheControlsOnlyForOK)
     }
 }
 
-// Pressed by the dialog's own timer through the button wrapper, as the warning countdown does.
-class TimerPressDlg : public FormDlg {
-protected:
-    BOOL OnInit() override
-    {
-        StartTimer(1, 20);
-        return FormDlg::OnInit();
-    }
-    int OnTimer(UINT_PTR id) override
-    {
-        if (id != 1)
-            return FormDlg::OnTimer(id);
-        StopTimer(1);
-        DMButton(hWnd, IDOK).Click();
-        return 1;
-    }
-};
-
-TEST_F(DMDlgTest, ModalPressedByItsOwnTimer)
-{
-    TimerPressDlg dlg;
-    EXPECT_EQ(dlg.DoModal(nullptr), IDOK);
-    EXPECT_EQ(dlg.nOK, 1);
-    EXPECT_EQ(dlg.nDlgToOpts, 1);
-}
-
-// The dialog procedure's answers: notifications through DWLP_MSGRESULT, help, other messages,
-// commands, and an exception that stays inside.
+// Notifications answer through DWLP_MSGRESULT, as do other messages; an exception stays inside.
 class ResultDlg : public FormDlg {
 public:
     int nHelpCtl = 0;
-    UINT otherMsg = 0;
-    WPARAM otherWp = 0;
     bool bThrow = false;
 
 protected:
@@ -116,15 +73,7 @@ protected:
         nHelpCtl = phi->iCtrlId;
         return 1;
     }
-    INT_PTR OnWndMsg(UINT msg, WPARAM wp, LPARAM lp) override
-    {
-        (void)lp;
-        if (msg < WM_APP)
-            return FALSE;
-        otherMsg = msg;
-        otherWp = wp;
-        return SetMsgResult(55);
-    }
+    INT_PTR OnWndMsg(UINT msg, WPARAM wp, LPARAM) override { return msg < WM_APP ? FALSE : SetMsgResult(wp + 1); }
 };
 
 TEST_F(DMDlgTest, ModelessAnswersThroughTheMessageResult)
@@ -132,48 +81,42 @@ TEST_F(DMDlgTest, ModelessAnswersThroughTheMessageResult)
     ResultDlg dlg;
     ASSERT_TRUE(dlg.Create(nullptr));
     const HWND hwnd = dlg.GetHwnd();
-    ASSERT_NE(hwnd, nullptr);
     EXPECT_FALSE(dlg.IsModal());
     EXPECT_EQ(dlg.nOptsToDlg, 1);
     EXPECT_TRUE(DMDlg::IsLibraryDialog(hwnd));
-
     NMHDR nm = {dlg.GetItem(IDC_UITEST_LIST), 21, (UINT)NM_CLICK};
     EXPECT_EQ(SendMessageW(hwnd, WM_NOTIFY, 21, (LPARAM)&nm), 42);
-
     HELPINFO hi = {sizeof(hi), HELPINFO_WINDOW, IDC_UITEST_COMBO, dlg.GetItem(IDC_UITEST_COMBO), 0, {0, 0}};
     SendMessageW(hwnd, WM_HELP, 0, (LPARAM)&hi);
     EXPECT_EQ(dlg.nHelpCtl, IDC_UITEST_COMBO);
-
-    EXPECT_EQ(SendMessageW(hwnd, WM_APP + 3, 17, 0), 55);
-    EXPECT_EQ(dlg.otherMsg, (UINT)WM_APP + 3);
-    EXPECT_EQ(dlg.otherWp, 17u);
-
+    EXPECT_EQ(SendMessageW(hwnd, WM_APP + 3, 17, 0), 18);
     SendMessageW(hwnd, WM_COMMAND, MAKEWPARAM(IDC_UITEST_BUTTON, BN_CLICKED), 0);
     EXPECT_EQ(dlg.commands, std::vector<WORD>{IDC_UITEST_BUTTON});
-    EXPECT_EQ(dlg.nOK + dlg.nCancel, 0);
-
+    EXPECT_EQ(dlg.nOK, 0);
     const unsigned before = DMWnd::GetCaughtExceptionCount();
     dlg.bThrow = true;
     EXPECT_EQ(SendMessageW(hwnd, WM_NOTIFY, 21, (LPARAM)&nm), 0);
     EXPECT_EQ(DMWnd::GetCaughtExceptionCount(), before + 1);
     EXPECT_TRUE(IsWindow(hwnd));
+    FormDlg* doomed = new FormDlg; // deleting a modeless dialog's object destroys the dialog
+    ASSERT_TRUE(doomed->Create(nullptr));
+    const HWND hDoomed = doomed->GetHwnd();
+    delete doomed;
+    EXPECT_FALSE(IsWindow(hDoomed));
 }
 
-// RunModeless pumps through IsDialogMessage: Esc on a control becomes Cancel only that way.
-TEST_F(DMDlgTest, ModelessLoopRunsUntilTheDialogEnds)
+// RunModeless pumps through IsDialogMessage: Esc on a control becomes Cancel only that way. A
+// quit ends the loop and is left for the caller's loop.
+TEST_F(DMDlgTest, ModelessLoopRunsUntilTheDialogEndsOrAQuit)
 {
     struct Case {
-        const char* name;
         UINT msg;
         WPARAM wp;
         int idTarget; // 0: the dialog
         INT_PTR expected;
-    } cases[] = {
-        {"OK", WM_COMMAND, IDOK, 0, IDOK},
-        {"Esc on a button", WM_KEYDOWN, VK_ESCAPE, IDC_UITEST_BUTTON, IDCANCEL},
-    };
+    } cases[] = {{WM_COMMAND, IDOK, 0, IDOK}, {WM_KEYDOWN, VK_ESCAPE, IDC_UITEST_BUTTON, IDCANCEL}};
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.expected);
         FormDlg dlg;
         ASSERT_TRUE(dlg.Create(nullptr));
         const HWND hwnd = dlg.GetHwnd();
@@ -182,10 +125,6 @@ TEST_F(DMDlgTest, ModelessLoopRunsUntilTheDialogEnds)
         EXPECT_FALSE(IsWindow(hwnd));
         EXPECT_EQ(dlg.GetHwnd(), nullptr);
     }
-}
-
-TEST_F(DMDlgTest, ModelessLoopLeavesAQuitForTheCallersLoop)
-{
     FormDlg dlg;
     ASSERT_TRUE(dlg.Create(nullptr));
     PostQuitMessage(3);
@@ -196,15 +135,6 @@ TEST_F(DMDlgTest, ModelessLoopLeavesAQuitForTheCallersLoop)
     EXPECT_EQ(msg.wParam, 3u);
 }
 
-TEST_F(DMDlgTest, DeletingAModelessDialogDestroysIt)
-{
-    FormDlg* dlg = new FormDlg;
-    ASSERT_TRUE(dlg->Create(nullptr));
-    const HWND hwnd = dlg->GetHwnd();
-    delete dlg;
-    EXPECT_FALSE(IsWindow(hwnd));
-}
-
 TEST_F(DMDlgTest, RefusesAMissingTemplateAndASecondRun)
 {
     DMDlg missing(IDD_UITEST_MISSING, GetModuleHandleW(nullptr));
@@ -212,7 +142,6 @@ TEST_F(DMDlgTest, RefusesAMissingTemplateAndASecondRun)
     EXPECT_EQ(missing.DoModal(nullptr), -1);
     EXPECT_EQ(GetLastError(), (DWORD)ERROR_RESOURCE_NAME_NOT_FOUND);
     EXPECT_FALSE(missing.Create(nullptr));
-
     FormDlg dlg;
     ASSERT_TRUE(dlg.Create(nullptr));
     SetLastError(0xdeadbeef);

@@ -3,120 +3,102 @@
 // only links (or a notify label) take the mouse, and the text helpers.
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 #include "ui/DMStaticHTML.h"
 
 namespace {
 
-// A parent window that records the commands it receives.
+typedef std::vector<std::pair<WORD, WORD>> Commands; // id, notification code
+
 class Parent : public DMWnd {
 public:
-    std::vector<std::pair<WORD, WORD>> commands; // id, notification code
+    Commands commands;
 
 protected:
-    int OnCommand(WORD id, WORD code, HWND) override
-    {
-        commands.push_back({id, code});
-        return 1;
-    }
+    int OnCommand(WORD id, WORD code, HWND) override { return commands.push_back({id, code}), 1; }
 };
 
-void Pump()
-{
-    MSG m;
-    while (PeekMessageW(&m, nullptr, 0, 0, PM_REMOVE))
-        DispatchMessageW(&m);
-}
-
+// A label with id 1023 in a parent window; markup set and painted, so that its links are known.
 struct Label {
     Parent parent;
     DMStaticHTML html;
     HWND hwnd = nullptr;
-    explicit Label(DWORD style)
+    Label(DWORD style, const wchar_t* markup)
     {
         RECT rc = {0, 0, 400, 200};
         EXPECT_NE(0, parent.Create(nullptr, L"parent", WS_OVERLAPPEDWINDOW | WS_VISIBLE, 0, &rc));
         hwnd = CreateWindowExW(0, L"STATIC", L"", WS_CHILD | WS_VISIBLE | style, 0, 0, 300, 100, parent.GetHwnd(),
                                (HMENU)(UINT_PTR)1023, nullptr, nullptr);
-        EXPECT_NE(nullptr, hwnd);
         EXPECT_NE(0, html.Attach(hwnd));
+        html.SetHTMLText(markup);
+        RedrawWindow(hwnd, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ERASE);
     }
-    void Paint() { RedrawWindow(hwnd, nullptr, nullptr, RDW_INVALIDATE | RDW_UPDATENOW | RDW_ERASE); }
-    POINT LinkPoint(size_t i)
+    LPARAM LinkPoint(size_t i)
     {
         const RECT r = html.GetLinks().Get(i)->GetRects().at(0);
-        return {r.left + 1, r.top + 1};
+        return MAKELPARAM(r.left + 1, r.top + 1);
     }
-    LRESULT HitTest(POINT client)
+    LRESULT HitTest(LPARAM client)
     {
-        ClientToScreen(hwnd, &client);
-        return SendMessageW(hwnd, WM_NCHITTEST, 0, MAKELPARAM(client.x, client.y));
+        POINT pt = {(short)LOWORD(client), (short)HIWORD(client)};
+        ClientToScreen(hwnd, &pt);
+        return SendMessageW(hwnd, WM_NCHITTEST, 0, MAKELPARAM(pt.x, pt.y));
     }
 };
 
 TEST(DMStaticHTML, LinkClicksReachTheParentAsTheLabelOrAsTheNextIds)
 {
-    Label l(0);
-    l.html.SetHTMLText(L"Open <a>the status</a> or <a1>the log</a1>.");
-    l.Paint();
+    Label l(0, L"Open <a>the status</a> or <a1>the log</a1>.");
     ASSERT_EQ(2u, l.html.GetLinks().GetCount());
-
-    POINT own = l.LinkPoint(0);
-    SendMessageW(l.hwnd, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(own.x, own.y));
-    POINT next = l.LinkPoint(1);
-    SendMessageW(l.hwnd, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(next.x, next.y));
+    SendMessageW(l.hwnd, WM_LBUTTONDOWN, MK_LBUTTON, l.LinkPoint(0));
+    SendMessageW(l.hwnd, WM_LBUTTONDOWN, MK_LBUTTON, l.LinkPoint(1));
     SendMessageW(l.hwnd, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(299, 99)); // no link there
-    Pump();
-    std::vector<std::pair<WORD, WORD>> want = {{1023, STN_CLICKED}, {1024, BN_CLICKED}};
-    EXPECT_EQ(want, l.parent.commands);
-
+    MSG m;
+    while (PeekMessageW(&m, nullptr, 0, 0, PM_REMOVE))
+        DispatchMessageW(&m);
+    EXPECT_EQ((Commands{{1023, STN_CLICKED}, {1024, BN_CLICKED}}), l.parent.commands);
     // Space released on a label with links presses the label itself.
     l.parent.commands.clear();
     SendMessageW(l.hwnd, WM_KEYUP, VK_SPACE, 0);
     SendMessageW(l.hwnd, WM_KEYUP, 'A', 0);
-    EXPECT_EQ((std::vector<std::pair<WORD, WORD>>{{1023, STN_CLICKED}}), l.parent.commands);
+    EXPECT_EQ((Commands{{1023, STN_CLICKED}}), l.parent.commands);
 }
 
 TEST(DMStaticHTML, OnlyLinksOrANotifyLabelTakeTheMouse)
 {
     for (DWORD style : {0ul, (DWORD)SS_NOTIFY}) {
         SCOPED_TRACE(style);
-        Label l(style);
-        l.html.SetHTMLText(L"<a>link</a> and plain text after it");
-        l.Paint();
+        Label l(style, L"<a>link</a> and plain text after it");
         ASSERT_EQ(1u, l.html.GetLinks().GetCount());
         EXPECT_EQ(HTCLIENT, l.HitTest(l.LinkPoint(0)));
-        EXPECT_EQ(style ? HTCLIENT : HTTRANSPARENT, l.HitTest({290, 90}));
+        EXPECT_EQ(style ? HTCLIENT : HTTRANSPARENT, l.HitTest(MAKELPARAM(290, 90)));
     }
 }
 
 TEST(DMStaticHTML, TextHelpers)
 {
-    Label l(0);
+    Label l(0, L"");
     SetWindowTextW(l.hwnd, L"<b>Bold</b> &amp; plain");
     EXPECT_STREQ(L"<b>Bold</b> &amp; plain", l.html.GetHTMLText()) << "WM_SETTEXT stores the markup";
     EXPECT_EQ(23u, l.html.GetHTMLTextLength());
     wchar_t plain[64];
     l.html.GetHTMLTextStripTags(plain, 64);
     EXPECT_STREQ(L"Bold & plain", plain);
-
     l.html.SetHTMLText(L"Help");
     l.html.MakeLink();
     EXPECT_STREQ(L"<a>Help</a>", l.html.GetHTMLText());
     l.html.MakeHtml(L"<b>%s</b>");
     EXPECT_STREQ(L"<b><a>Help</a></b>", l.html.GetHTMLText());
-    std::wstring longText(300, L'x');
-    l.html.SetHTMLText(longText.c_str());
+    l.html.SetHTMLText(std::wstring(300, L'x').c_str());
     l.html.MakeLink();
-    EXPECT_EQ(std::wstring(L"<a>") + std::wstring(253, L'x') + L"</a>", l.html.GetHTMLText()) << "cut at 253";
-
+    EXPECT_EQ(L"<a>" + std::wstring(253, L'x') + L"</a>", l.html.GetHTMLText()) << "cut at 253";
     l.html.SetHTMLText(L"One<br>two<br>three");
     const int three = l.html.CalcHeight();
     l.html.SetHTMLText(L"One");
-    const int one = l.html.CalcHeight();
-    EXPECT_GT(one, 0);
-    EXPECT_GT(three, 2 * one) << "three lines are taller than two";
+    EXPECT_GT(l.html.CalcHeight(), 0);
+    EXPECT_GT(three, 2 * l.html.CalcHeight()) << "three lines are taller than two";
 }
 
 } // namespace

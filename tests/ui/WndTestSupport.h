@@ -3,6 +3,8 @@
 #pragma once
 #include <windows.h>
 
+#include <commctrl.h>
+
 #include <atomic>
 #include <thread>
 #include <vector>
@@ -18,11 +20,16 @@ const INT_PTR kTimedOut = 0x7E57;
 const UINT kSafetyMs = 5000;
 const UINT_PTR kSafetyTimer = 0x5AFE;
 
+inline void InitControls()
+{
+    INITCOMMONCONTROLSEX icc = {sizeof(icc), ICC_STANDARD_CLASSES | ICC_UPDOWN_CLASS};
+    InitCommonControlsEx(&icc);
+}
+
 // Pumps this thread's messages until done() or ms milliseconds; done() at the end.
 template <class Pred> bool PumpUntil(Pred done, DWORD ms = 2000)
 {
-    const DWORD start = GetTickCount();
-    while (!done() && GetTickCount() - start < ms) {
+    for (const DWORD start = GetTickCount(); !done() && GetTickCount() - start < ms;) {
         MSG msg;
         while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE)) {
             TranslateMessage(&msg);
@@ -33,11 +40,10 @@ template <class Pred> bool PumpUntil(Pred done, DWORD ms = 2000)
     return done();
 }
 
-// One message posted from outside the dialog's thread, to the dialog or to its control idTarget.
+// A message posted from another thread to the dialog (idTarget 0) or its control idTarget.
 struct Post {
     UINT msg;
     WPARAM wp;
-    LPARAM lp;
     int idTarget;
 };
 
@@ -46,12 +52,10 @@ class Poster {
 public:
     Poster(std::atomic<HWND>& target, std::vector<Post> posts)
         : thread([&target, posts] {
-              const DWORD start = GetTickCount();
-              while (!target.load() && GetTickCount() - start < kSafetyMs)
+              for (const DWORD start = GetTickCount(); !target.load() && GetTickCount() - start < kSafetyMs;)
                   Sleep(5);
-              const HWND hwnd = target.load();
               for (const Post& p : posts) {
-                  PostMessageW(p.idTarget ? GetDlgItem(hwnd, p.idTarget) : hwnd, p.msg, p.wp, p.lp);
+                  PostMessageW(p.idTarget ? GetDlgItem(target, p.idTarget) : target.load(), p.msg, p.wp, 0);
                   Sleep(20);
               }
           })
@@ -63,23 +67,22 @@ private:
     std::thread thread;
 };
 
-// The test form (IDD_UITEST_FORM from the executable's resources) with counters of the
-// dialog operations, and the window it was bound to, published for poster threads.
+// The test form (IDD_UITEST_FORM) counting the dialog operations; its window is published for
+// poster threads.
 class FormDlg : public DMDlg {
 public:
     FormDlg() : DMDlg(IDD_UITEST_FORM, GetModuleHandleW(nullptr)) {}
-
     std::atomic<HWND> published{nullptr};
-    int nOptsToDlg = 0, nDlgToOpts = 0, nOK = 0, nCancel = 0;
-    int bAcceptOpts = 1;   // what DlgToOpts answers
-    BOOL bChecked = TRUE;  // the setting the check box shows and reads back
+    int nOptsToDlg = 0, nDlgToOpts = 0, nOK = 0;
+    int bAcceptOpts = 1;  // what DlgToOpts answers
+    BOOL bChecked = TRUE; // the setting the check box shows and reads back
     std::vector<WORD> commands;
 
 protected:
     BOOL OnInit() override
     {
         StartTimer(kSafetyTimer, kSafetyMs);
-        BOOL r = DMDlg::OnInit();
+        const BOOL r = DMDlg::OnInit();
         published = hWnd;
         return r;
     }
@@ -101,14 +104,8 @@ protected:
         ++nOK;
         DMDlg::OnOK();
     }
-    void OnCancel() override
+    int OnCommand(WORD id, WORD, HWND) override
     {
-        ++nCancel;
-        DMDlg::OnCancel();
-    }
-    int OnCommand(WORD id, WORD code, HWND hwndCtl) override
-    {
-        (void)code, (void)hwndCtl;
         commands.push_back(id);
         return 1;
     }
