@@ -11,7 +11,7 @@ cmake --build "$build"
 
 rm -rf dist
 mkdir -p dist
-for f in VXDA64.DLL; do
+for f in VXDA64.DLL VXHA64.DLL VXA64.EXE VantrelA64.EXE; do
   cp "$build/bin/$f" dist/
 done
 echo "Vantrel binaries in $(pwd)/dist:"
@@ -20,3 +20,4 @@ ls -l dist
 # The windows as a person sees them, into docs/screenshots/ (needs a virtual X screen, which the
 # script installs). A failure here is reported but leaves the binaries in place.
 scripts/screenshots.sh "$build" || echo "screenshots: FAILED (the binaries in dist/ are fine)" >&2
+

@@ -50,3 +50,7 @@
 #define IDS_BUTTON_NO 27107
 #define IDS_BUTTON_TRY_AGAIN 27108
 #define IDS_BUTTON_CONTINUE 27109
+
+// The in-session monitor's messages about the hook library (%s: its path).
+#define IDS_CANNOT_LOAD_HOOK 110
+#define IDS_CANNOT_USE_HOOK 111
