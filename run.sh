@@ -21,3 +21,7 @@ ls -l dist
 # script installs). A failure here is reported but leaves the binaries in place.
 scripts/screenshots.sh "$build" || echo "screenshots: FAILED (the binaries in dist/ are fine)" >&2
 
+# The product at work: the service installed in a throwaway Wine prefix against a simulated
+# terminal server with three sessions, its timeline printed as it happens (under three minutes).
+# Exits non-zero when the product misbehaves.
+scripts/demo.sh "$build"
