@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchClock.h"
 #include "base/ProductInfo.h"
 #include "engine/Engine.h"
 #include "engine/VXThread.h"
@@ -30,14 +31,6 @@
 using namespace vxtest;
 
 namespace {
-
-double CpuSeconds()
-{
-    FILETIME c, e, k, u;
-    GetProcessTimes(GetCurrentProcess(), &c, &e, &k, &u);
-    auto v = [](FILETIME f) { return (double)(((ULONGLONG)f.dwHighDateTime << 32) | f.dwLowDateTime) / 1e7; };
-    return v(k) + v(u);
-}
 
 DWORD ThreadCount()
 {
@@ -89,9 +82,9 @@ Running RunEngine(int sessions, DWORD seconds)
     EngineControl(EngineInitialise, 0, nullptr, nullptr);
     EngineControl(EngineStart, 0, nullptr, nullptr);
     Sleep(1500); // every thread started and settled
-    double cpu0 = CpuSeconds();
+    double cpu0 = ProcessCpuSeconds();
     Sleep(seconds * 1000);
-    Running r{(CpuSeconds() - cpu0) / seconds, ThreadCount(), PrivateMB()};
+    Running r{(ProcessCpuSeconds() - cpu0) / seconds, ThreadCount(), PrivateMB()};
     EngineControl(EngineStop, 0, nullptr, nullptr);
     ts.Uninstall();
     ProductInfo::PopAppRootKey();

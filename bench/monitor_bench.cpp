@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/BenchClock.h"
 #include "base/Handle.h"
 #include "base/Module.h"
 #include "base/StrUtil.h"
@@ -207,14 +208,6 @@ void Flood(double seconds)
 // process's loop (code 301 to the monitor's window, WM_QUIT to the idle loop's thread).
 const double kStartupSeconds = 1.0, kSpanSeconds = 5.0;
 
-double OwnCpuSeconds()
-{
-    FILETIME c, e, k, u;
-    GetProcessTimes(GetCurrentProcess(), &c, &e, &k, &u);
-    auto v = [](FILETIME f) { return (double)(((ULONGLONG)f.dwHighDateTime << 32) | f.dwLowDateTime) / 1e7; };
-    return v(k) + v(u);
-}
-
 double OwnPrivateKB()
 {
     SIZE_T total = 0;
@@ -238,9 +231,9 @@ DWORD WINAPI SampleSelf(void* p)
 {
     Sampler* s = static_cast<Sampler*>(p);
     Sleep((DWORD)(kStartupSeconds * 1000));
-    const double cpu0 = OwnCpuSeconds();
+    const double cpu0 = ProcessCpuSeconds();
     Sleep((DWORD)(kSpanSeconds * 1000));
-    const double cpu = OwnCpuSeconds() - cpu0, kb = OwnPrivateKB();
+    const double cpu = ProcessCpuSeconds() - cpu0, kb = OwnPrivateKB();
     if (FILE* f = _wfopen(s->file.c_str(), L"w")) {
         fprintf(f, "%.6f %.1f\n", cpu, kb);
         fclose(f);

@@ -7,6 +7,7 @@
 #include "base/Handle.h"
 #include "base/Resources.h"
 #include "base/StrUtil.h"
+#include "ui/DMWnd.h"
 
 namespace {
 
@@ -103,16 +104,7 @@ int DMCtrl::SetTextRes(int id) const
     return SetText(text);
 }
 
-unsigned DMCtrl::GetText(wchar_t* buf, unsigned cch) const
-{
-    if (!buf || cch == 0)
-        return 0;
-    buf[0] = 0;
-    if (!hWnd)
-        return 0;
-    int n = GetWindowTextW(hWnd, buf, cch > INT_MAX ? INT_MAX : (int)cch);
-    return n > 0 ? (unsigned)n : 0;
-}
+unsigned DMCtrl::GetText(wchar_t* buf, unsigned cch) const { return DMWnd::CopyWindowText(hWnd, buf, cch); }
 
 unsigned DMCtrl::GetTextLength() const
 {

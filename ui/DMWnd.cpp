@@ -162,16 +162,18 @@ DMWnd* DMWnd::FromHandle(HWND hwnd)
     return bOurs ? reinterpret_cast<DMWnd*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA)) : nullptr;
 }
 
-unsigned DMWnd::GetText(wchar_t* buf, unsigned cch) const
+unsigned DMWnd::CopyWindowText(HWND hwnd, wchar_t* buf, unsigned cch)
 {
     if (!buf || cch == 0)
         return 0;
     buf[0] = 0;
-    if (!hWnd)
+    if (!hwnd)
         return 0;
-    int n = GetWindowTextW(hWnd, buf, cch > INT_MAX ? INT_MAX : (int)cch);
+    int n = GetWindowTextW(hwnd, buf, cch > INT_MAX ? INT_MAX : (int)cch);
     return n > 0 ? (unsigned)n : 0;
 }
+
+unsigned DMWnd::GetText(wchar_t* buf, unsigned cch) const { return CopyWindowText(hWnd, buf, cch); }
 
 LRESULT DMWnd::OnMessage(UINT msg, WPARAM wp, LPARAM lp)
 {

@@ -62,6 +62,8 @@ public:
     int SetText(const wchar_t* text) const { return SetWindowTextW(hWnd, text ? text : L""); }
     // Copies the window's text into buf (cch characters, always terminated); the length copied.
     unsigned GetText(wchar_t* buf, unsigned cch) const;
+    // The same for any window (null or no buffer: 0 and nothing copied).
+    static unsigned CopyWindowText(HWND hwnd, wchar_t* buf, unsigned cch);
     UINT_PTR StartTimer(UINT_PTR id, UINT ms) const { return SetTimer(hWnd, id, ms, nullptr); }
     BOOL StopTimer(UINT_PTR id) const { return KillTimer(hWnd, id); }
 
