@@ -273,7 +273,8 @@ TEST_F(MonitorMainTest, WarningCountsDownFullScreenUntilActivityClosesIt)
     MonitorThread mon(kSession);
     HWND wnd = mon.WaitForWindow();
     ASSERT_NE(nullptr, wnd);
-    EXPECT_EQ("300,300,301,301", Place(wnd));
+    // The window is found as soon as it exists; it takes its resting place just after.
+    EXPECT_TRUE(PumpUntil([&] { return Place(wnd) == "300,300,301,301"; }, 2000)) << Place(wnd);
 
     env.SetText(L"MessageText", L"Logging off in %d");
     PostMessageW(wnd, KorvaneMessage(), MonitorCode::kReloadSettings, 0);
