@@ -1,4 +1,4 @@
-// The power countdown of the background thread, played with a virtual clock and fake power calls.
+// The background thread's power countdown, with virtual time and fake power calls.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -9,10 +9,12 @@
 #include "support/EngineFakes.h"
 
 using namespace vxtest;
+using Calls = std::vector<std::string>;
 
 namespace {
 
 const DWORD kMinute = 60000;
+const char kShutdown[] = "shutdown:local,none,1,0,0,80000000"; // one second, no force, no restart, planned
 
 class PowerCountdown : public ::testing::Test {
 protected:
@@ -24,53 +26,45 @@ protected:
     void SetUp() override
     {
         opts.Reset();
-        opts.bShutdown = 1;
-        opts.nShutdownTimeout = 30;
-        opts.nShutdownAction = 1;
+        opts.bShutdown = 1, opts.nShutdownTimeout = 30, opts.nShutdownAction = 1;
     }
-    void RunMinutes(DWORD minutes)
+    // Arms the countdown and plays the given minutes a second at a time.
+    void Play(DWORD minutes, bool arm = true)
     {
-        for (DWORD s = 0; s < minutes * 60; ++s) {
-            clock.Advance(1000);
-            bkg.OnTick(clock.Tick());
-        }
+        if (arm)
+            bkg.BeginDelayedShutdown();
+        for (DWORD s = 0; s < minutes * 60; ++s)
+            clock.Advance(1000), bkg.OnTick(clock.Tick());
     }
 };
 
 TEST_F(PowerCountdown, FiresOnceAfterTheTimeoutAndRearmsAfterWakeUp)
 {
-    bkg.BeginDelayedShutdown();
-    ASSERT_TRUE(bkg.IsShutdownArmed());
-    RunMinutes(29);
-    EXPECT_EQ(power.calls, std::vector<std::string>{});
-    RunMinutes(1);
-    EXPECT_EQ(power.calls, (std::vector<std::string>{"privilege+", "suspend:sleep", "privilege-"}));
+    Play(29);
+    EXPECT_EQ(power.calls, Calls{});
+    Play(1, false);
+    EXPECT_EQ(power.calls, (Calls{"privilege+", "suspend:sleep", "privilege-"}));
     EXPECT_EQ(events.Ids(), std::vector<DWORD>{MSG_SUSPEND_STARTED});
-    // Woken up again: the same wake arms the full timeout once more, and it fires once.
-    EXPECT_TRUE(bkg.IsShutdownArmed());
-    EXPECT_EQ(bkg.dwShutdownAt, clock.Tick() + 30 * kMinute);
-    RunMinutes(30);
+    EXPECT_EQ(bkg.dwShutdownAt, clock.Tick() + 30 * kMinute) << "the wake-up arms the full time again";
+    Play(30, false);
     EXPECT_EQ(events.Count(MSG_SUSPEND_STARTED), 2u);
 }
 
-// A time the tick can measure is kept exactly; a negative or longer one turns the power action
-// off instead of wrapping round into one within minutes. The same rule holds after a wake-up.
+// A time the tick can measure is kept exactly, also after a wake-up; a negative or longer one
+// turns the action off instead of wrapping round into one within minutes.
 TEST_F(PowerCountdown, TimesTheTickCannotMeasureTurnTheActionOff)
 {
-    struct { int minutes; bool armed; } cases[] = {{0, true}, {71582, true}, {71583, false}, {-5, false}, {INT_MIN, false}};
-    for (auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "ShutdownTimeout " << c.minutes);
-        opts.nShutdownTimeout = c.minutes;
+    for (int minutes : {0, 71582, 71583, -5, INT_MIN}) {
+        SCOPED_TRACE(minutes);
+        const DWORD expected = minutes >= 0 && minutes <= 71582 ? clock.Tick() + (DWORD)minutes * kMinute : 0;
+        opts.nShutdownTimeout = minutes;
         bkg.dwShutdownAt = 0;
         bkg.BeginDelayedShutdown();
-        EXPECT_EQ(c.armed, bkg.IsShutdownArmed() != 0);
-        if (c.armed) {
-            EXPECT_EQ(bkg.dwShutdownAt, clock.Tick() + (DWORD)c.minutes * kMinute);
-        }
+        EXPECT_EQ(bkg.dwShutdownAt, expected);
         bkg.dwShutdownAt = 0;
         bkg.bResumed = 1;
         bkg.OnTick(clock.Tick());
-        EXPECT_EQ(c.armed, bkg.IsShutdownArmed() != 0) << "after a wake-up";
+        EXPECT_EQ(bkg.dwShutdownAt, expected) << "after a wake-up";
     }
 }
 
@@ -79,69 +73,52 @@ TEST_F(PowerCountdown, NothingWhenShutdownIsOff)
     opts.bShutdown = 0;
     bkg.BeginDelayedShutdown();
     EXPECT_FALSE(bkg.IsShutdownArmed());
-    // A countdown armed earlier finds the setting off when it fires: nothing happens.
     opts.bShutdown = 1;
     bkg.BeginDelayedShutdown();
-    opts.bShutdown = 0;
-    RunMinutes(31);
-    EXPECT_EQ(power.calls, std::vector<std::string>{});
+    opts.bShutdown = 0; // turned off while armed: nothing happens when it fires
+    Play(31, false);
+    EXPECT_EQ(power.calls, Calls{});
     EXPECT_EQ(events.Ids(), std::vector<DWORD>{});
 }
 
 TEST_F(PowerCountdown, LogonDisarmsAndStopsAShutdownUnderWay)
 {
     bkg.CancelDelayedShutdown();
-    EXPECT_EQ(power.calls, std::vector<std::string>{}) << "nothing to abort when nothing is armed";
-    bkg.BeginDelayedShutdown();
-    RunMinutes(10);
+    EXPECT_EQ(power.calls, Calls{}) << "nothing to abort when nothing is armed";
+    Play(10);
     bkg.CancelDelayedShutdown();
-    EXPECT_EQ(power.calls, std::vector<std::string>{"abort"});
-    RunMinutes(40);
-    EXPECT_EQ(power.calls.size(), 1u) << "a disarmed countdown never fires";
+    Play(40, false);
+    EXPECT_EQ(power.calls, Calls{"abort"});
 }
 
-TEST_F(PowerCountdown, HibernateFallsBackToSleepThenToShutdown)
+// Hibernation falls back to sleep, then to a shutdown; a failed shutdown is reported, and
+// without the privilege nothing is tried.
+TEST_F(PowerCountdown, FallbacksAndFailures)
 {
-    opts.nShutdownAction = 2;
-    power.hibernateOk = false;
-    bkg.BeginDelayedShutdown();
-    RunMinutes(30);
-    EXPECT_EQ(power.calls, (std::vector<std::string>{"privilege+", "suspend:hibernate", "suspend:sleep", "privilege-"}));
-    EXPECT_EQ(events.Ids(), std::vector<DWORD>{MSG_SUSPEND_STARTED});
-
-    // Neither works: both failures are written and the computer shuts down instead.
-    power.calls.clear();
-    events.Clear();
-    power.sleepOk = false;
-    bkg.bResumed = 0;
-    bkg.BeginDelayedShutdown();
-    RunMinutes(30);
-    EXPECT_EQ(power.calls, (std::vector<std::string>{"privilege+", "suspend:hibernate", "suspend:sleep",
-                                                     "shutdown:local,none,1,0,0,80000000", "privilege-"}));
-    EXPECT_EQ(events.Ids(), (std::vector<DWORD>{MSG_SUSPEND_FAILED, MSG_SHUTDOWN_STARTED}));
-    EXPECT_EQ(events.Events()[0].strings, std::vector<std::wstring>{L"50"}) << "the code of the failed suspend";
-    RunMinutes(60);
-    EXPECT_EQ(events.Count(MSG_SHUTDOWN_STARTED), 1u) << "not re-armed after a shutdown";
-}
-
-TEST_F(PowerCountdown, ShutdownActionAndItsFailures)
-{
-    opts.nShutdownAction = 3;
-    power.shutdownOk = false;
-    bkg.BeginDelayedShutdown();
-    RunMinutes(30);
-    EXPECT_EQ(power.calls, (std::vector<std::string>{"privilege+", "shutdown:local,none,1,0,0,80000000"}));
-    ASSERT_EQ(events.Ids(), std::vector<DWORD>{MSG_SHUTDOWN_FAILED});
-    EXPECT_EQ(events.Events()[0].strings, std::vector<std::wstring>{L"5"});
-
-    // Without the shutdown privilege nothing is tried and nothing reported.
-    power.calls.clear();
-    events.Clear();
-    power.privilegeOk = false;
-    bkg.BeginDelayedShutdown();
-    RunMinutes(30);
-    EXPECT_EQ(power.calls, std::vector<std::string>{"privilege+"});
-    EXPECT_EQ(events.Ids(), std::vector<DWORD>{});
+    struct { int action; bool hibernate, sleep, shutdown, privilege; Calls calls; std::vector<DWORD> ids; } cases[] = {
+        {2, false, true, true, true, {"privilege+", "suspend:hibernate", "suspend:sleep", "privilege-"}, {MSG_SUSPEND_STARTED}},
+        {2, false, false, true, true, {"privilege+", "suspend:hibernate", "suspend:sleep", kShutdown, "privilege-"},
+         {MSG_SUSPEND_FAILED, MSG_SHUTDOWN_STARTED}},
+        {3, true, true, false, true, {"privilege+", kShutdown}, {MSG_SHUTDOWN_FAILED}},
+        {3, true, true, true, false, {"privilege+"}, {}},
+    };
+    for (auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        power.calls.clear();
+        events.Clear();
+        opts.nShutdownAction = c.action, bkg.bResumed = 0;
+        power.hibernateOk = c.hibernate, power.sleepOk = c.sleep, power.shutdownOk = c.shutdown, power.privilegeOk = c.privilege;
+        Play(30);
+        EXPECT_EQ(power.calls, c.calls);
+        EXPECT_EQ(events.Ids(), c.ids);
+        if (c.ids == std::vector<DWORD>{MSG_SUSPEND_STARTED})
+            continue;
+        if (!c.ids.empty() && !events.Events().empty()) {
+            EXPECT_EQ(events.Events()[0].strings, std::vector<std::wstring>{c.action == 2 ? L"50" : L"5"}) << "the error code";
+        }
+        Play(60, false);
+        EXPECT_EQ(events.Ids(), c.ids) << "not armed again";
+    }
 }
 
 } // namespace

@@ -1,21 +1,17 @@
-// The event-log helpers: the type each id is reported with, the insertion strings each helper
-// passes, the real report needing a registered source, and the shipped power and group seams.
+// The event-log helpers and the message table of VXDA64.DLL, and the shipped power and group seams.
 #include <windows.h>
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
+#include <map>
 
 #include "engine/EventLog.h"
-#include "engine/Seams.h"
 #include "storage/StrList.h"
 #include "support/EngineFakes.h"
 
 using namespace vxtest;
+using Strings = std::vector<std::wstring>;
 
 namespace {
-
-using Strings = std::vector<std::wstring>;
 
 TEST(EventLog, TypeFollowsTheIdAndEachHelperPassesItsStrings)
 {
@@ -26,15 +22,10 @@ TEST(EventLog, TypeFollowsTheIdAndEachHelperPassesItsStrings)
     LogEventNumber(MSG_LICENSE_LIMIT, -2147483647L - 1);
     SetLastError(ERROR_ACCESS_DENIED);
     LogEventError(MSG_LOGOFF_FAILED, L"bob");
-    SetLastError(0xdeadbeef); // the code as a signed decimal, alone as %1 without a user
+    SetLastError(0xdeadbeef); // the code as a signed decimal, alone without a user
     LogEventError(MSG_SUSPEND_FAILED, nullptr);
     LogEvent(0x00000001);
-
-    const struct {
-        DWORD id;
-        WORD type;
-        Strings strings;
-    } expected[] = {
+    const struct { DWORD id; WORD type; Strings strings; } expected[] = {
         {MSG_SERVICE_STARTED, EVENTLOG_INFORMATION_TYPE, {}},
         {MSG_KEPT_LAST_ACTIVE_USER, EVENTLOG_WARNING_TYPE, {L"CORP\\alice"}},
         {MSG_LOGGED_OFF, EVENTLOG_INFORMATION_TYPE, {}},
@@ -53,39 +44,51 @@ TEST(EventLog, TypeFollowsTheIdAndEachHelperPassesItsStrings)
     }
 }
 
-TEST(EventLog, RealReportNeedsARegisteredSource)
+// The table as stored (FormatMessageW would hide a bare line feed): exactly the ids 1 to 27 with
+// their severities, each text UTF-16 and ending in CR LF.
+TEST(EventLog, MessageTableHoldsEveryIdWithItsSeverityAndLineEnds)
 {
-    ASSERT_EQ(Seams::pfnReportEvent, &ReportEventToSource);
-    ASSERT_EQ(GetEventSource(), nullptr);
-    SetLastError(0xdeadbeef);
-    EXPECT_FALSE(LogEventUser(MSG_LOGGED_OFF, L"bob"));
-    EXPECT_EQ(GetLastError(), (DWORD)ERROR_INVALID_HANDLE);
-
-    HANDLE h = RegisterEventSourceW(nullptr, L"VantrelTest");
-    ASSERT_NE(h, nullptr) << "RegisterEventSourceW error " << GetLastError();
-    SetEventSource(h);
-    EXPECT_TRUE(LogEventNumber(MSG_LICENSE_LIMIT, -3));
-    SetEventSource(nullptr);
-    DeregisterEventSource(h);
+    HMODULE lib = LoadLibraryExW(L"VXDA64.DLL", nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    ASSERT_NE(lib, nullptr);
+    const BYTE* base = (const BYTE*)LockResource(LoadResource(lib, FindResourceW(lib, MAKEINTRESOURCEW(1), RT_MESSAGETABLE)));
+    ASSERT_NE(base, nullptr);
+    std::map<DWORD, std::wstring> stored, expected;
+    const auto* data = (const MESSAGE_RESOURCE_DATA*)base;
+    for (DWORD b = 0; b < data->NumberOfBlocks; ++b) {
+        const BYTE* p = base + data->Blocks[b].OffsetToEntries;
+        for (DWORD id = data->Blocks[b].LowId; id <= data->Blocks[b].HighId; ++id, p += ((MESSAGE_RESOURCE_ENTRY*)p)->Length) {
+            const auto* entry = (const MESSAGE_RESOURCE_ENTRY*)p;
+            EXPECT_EQ(entry->Flags, 1) << std::hex << id;
+            std::wstring text((const wchar_t*)entry->Text, (entry->Length - 4) / sizeof(wchar_t));
+            stored[id] = text.substr(0, text.find(L'\0'));
+        }
+    }
+    const char severity[] = "6666666666EAAAEEE6E6EA6EAAE"; // information 6, warning A, error E
+    for (DWORD n = 1; n <= 27; ++n) {
+        const DWORD id = (DWORD)(severity[n - 1] == '6' ? 6 : severity[n - 1] == 'A' ? 10 : 14) << 28 | n;
+        const std::wstring& text = expected[id] = stored[id];
+        EXPECT_EQ(text.size() > 2 ? text.substr(text.size() - 2) : L"", L"\r\n") << std::hex << id;
+        EXPECT_EQ(text.find(L'\n'), text.size() - 1) << std::hex << id << ": a bare line feed";
+    }
+    EXPECT_EQ(stored.size(), expected.size());
+    // The inserts are filled in, not shown literally.
+    wchar_t buf[512];
+    DWORD_PTR args[] = {(DWORD_PTR)L"CORP\\alice", (DWORD_PTR)L"-5"};
+    ASSERT_NE(FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_ARGUMENT_ARRAY, lib, MSG_LOGOFF_FAILED, 0, buf,
+                             512, (va_list*)args), 0u);
+    EXPECT_STREQ(buf, L"Vantrel could not log off the user 'CORP\\alice'. (Code -5)\r\n");
+    FreeLibrary(lib);
 }
 
-// Whether the process token has SeShutdownPrivilege enabled.
 bool ShutdownPrivilegeEnabled()
 {
-    HANDLE hToken = nullptr;
-    LUID luid = {};
-    BYTE buf[4096];
-    DWORD cb = 0;
-    bool enabled = false;
-    if (OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &hToken) && LookupPrivilegeValueW(nullptr, L"SeShutdownPrivilege", &luid) &&
-        GetTokenInformation(hToken, TokenPrivileges, buf, sizeof buf, &cb)) {
-        const auto* tp = (const TOKEN_PRIVILEGES*)buf;
-        for (DWORD i = 0; i < tp->PrivilegeCount; ++i)
-            if (tp->Privileges[i].Luid.LowPart == luid.LowPart && tp->Privileges[i].Luid.HighPart == luid.HighPart)
-                enabled = (tp->Privileges[i].Attributes & SE_PRIVILEGE_ENABLED) != 0;
-    }
-    if (hToken)
-        CloseHandle(hToken);
+    HANDLE token = nullptr;
+    PRIVILEGE_SET set = {1, PRIVILEGE_SET_ALL_NECESSARY, {}};
+    BOOL enabled = FALSE;
+    LookupPrivilegeValueW(nullptr, L"SeShutdownPrivilege", &set.Privilege[0].Luid);
+    OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token);
+    PrivilegeCheck(token, &set, &enabled);
+    CloseHandle(token);
     return enabled;
 }
 
@@ -96,7 +99,6 @@ TEST(EngineSeams, ShutdownPrivilegeAndGroupLookUps)
     EXPECT_TRUE(ShutdownPrivilegeEnabled());
     ASSERT_EQ(Seams::pfnSetShutdownPrivilege(0), 1);
     EXPECT_FALSE(ShutdownPrivilegeEnabled());
-
     // Failed look-ups leave the list empty, never with what the caller had in it.
     StrList groups;
     groups.AddTail(L"left over");

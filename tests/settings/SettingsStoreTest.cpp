@@ -1,14 +1,13 @@
 // Where the settings come from and how they are written: policy precedence, the local key, the
-// "Temp" staging key, integers kept as text, lists as numbered values, and damaged values.
+// "Temp" staging key, damaged values, and the settings file exported and imported through it.
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
+#include <climits>
 
-#include "base/ProductInfo.h"
 #include "base/StrUtil.h"
 #include "settings/MyOpts.h"
-#include "settings/Policy.h"
+#include "storage/RegKey.h"
+#include "storage/RegXmlTree.h"
 #include "support/Guards.h"
 #include "support/TestSupport.h"
 
@@ -16,248 +15,115 @@ using namespace vxtest;
 
 namespace {
 
-// The product pointed at private local and policy keys.
+typedef std::vector<std::wstring> Names;
+typedef std::vector<int> Ints;
+
 class SettingsKeys : public ::testing::Test {
 protected:
-    ScopedTestKey local{L"local"};
-    ScopedTestKey policy{L"policy"};
+    ScopedTestKey local{L"local"}, policy{L"policy"};
     ScopedAppRootKey root{local.path()};
     ScopedPolicyKeys policyKeys{policy.path(), policy.path()};
-    std::wstring Local(const wchar_t* rel = nullptr) const { return rel ? local.sub(rel) : local.sub(); }
+    ScopedTempDir dir;
+    MyOpts o;
+    std::wstring L(const wchar_t* rel = nullptr) const { return rel ? local.sub(rel) : local.sub(); }
+    DWORD Type(const std::wstring& sub, const wchar_t* name)
+    {
+        DWORD type = 0;
+        return RawGet(sub, name, &type, nullptr) ? type : 0;
+    }
+    std::wstring File(const wchar_t* name = L"Vantrel.cfg") { return dir.file(name); }
 };
 
-TEST_F(SettingsKeys, PolicyWithoutEnableLeavesTheLocalSettingsInCharge)
+TEST_F(SettingsKeys, PolicyHoldingEnableWinsAsAWhole)
 {
-    RawSetDword(Local(), L"Timeout", 20);
-    RawSetDword(policy.sub(), L"Timeout", 30); // a policy key without "Enable" is ignored
-    MyOpts o;
-    o.bPolicyInEffect = 1;
+    EXPECT_EQ(o.Load(), 0) << "no key at all";
+    EXPECT_EQ(o.listInclude.GetCount(), 3u) << "the default groups stay";
+    RawSetDword(L(), L"Timeout", 20);
+    RawSetStr(L(L"ApplyTo"), L"1", L"Kiosk");
+    RawSetDword(policy.sub(), L"Timeout", 30);
     ASSERT_EQ(o.Load(), 1);
-    EXPECT_EQ(o.nTimeout, 20);
-    EXPECT_EQ(o.bPolicyInEffect, 0);
-}
-
-TEST_F(SettingsKeys, PolicyWithEnableWinsAsAWhole)
-{
-    RawSetDword(Local(), L"Timeout", 20);
-    RawSetDword(Local(), L"MessageTimeout", 1);
-    RawSetStr(Local(L"ApplyTo"), L"1", L"Kiosk");
-    RawSetDword(policy.sub(), L"Enable", 1);
-    MyOpts o;
-    ASSERT_EQ(o.Load(), 1);
-    EXPECT_EQ(o.bPolicyInEffect, 1);
-    EXPECT_EQ(o.bEnable, 1);
-    EXPECT_EQ(o.nTimeout, 10) << "values missing from the policy keep their defaults";
-    EXPECT_EQ(o.nMsgTimeout, 5);
-    EXPECT_TRUE(o.listInclude.IsEmpty()) << "the policy has no list, so the list is empty";
-
-    // "Enable" = 0 is still a policy that holds "Enable".
+    EXPECT_EQ(Ints({o.nTimeout, o.bPolicyInEffect}), Ints({20, 0})) << "a policy without \"Enable\" is ignored";
     RawSetDword(policy.sub(), L"Enable", 0);
-    RawSetStr(policy.sub(), L"Timeout", L"45");
     ASSERT_EQ(o.Load(), 1);
-    EXPECT_EQ(o.bPolicyInEffect, 1);
-    EXPECT_EQ(o.bEnable, 0);
-    EXPECT_EQ(o.nTimeout, 45);
-
-    // An "Enable" that is not a number does not make a policy.
-    RawSetStr(policy.sub(), L"Enable", L"yes");
+    EXPECT_EQ(Ints({o.nTimeout, o.bPolicyInEffect, o.nMsgTimeout}), Ints({30, 1, 5}));
+    EXPECT_TRUE(o.listInclude.IsEmpty()) << "no list in the policy: an empty list";
+    RawSetStr(policy.sub(), L"Enable", L"yes"); // not a number: no policy
     ASSERT_EQ(o.Load(), 1);
-    EXPECT_EQ(o.bPolicyInEffect, 0);
-    EXPECT_EQ(o.nTimeout, 20);
+    EXPECT_EQ(Ints({o.nTimeout, o.bPolicyInEffect}), Ints({20, 0}));
+    EXPECT_EQ(Items(o.listInclude), Names{L"Kiosk"});
 }
 
-TEST_F(SettingsKeys, NoKeyAtAllKeepsTheDefaults)
+TEST_F(SettingsKeys, ValuesAreReadAsStoredUnlessDamaged)
 {
-    MyOpts o;
-    EXPECT_EQ(o.Load(), 0);
-    EXPECT_EQ(o.nTimeout, 10);
-    EXPECT_EQ(o.listInclude.GetCount(), 3u) << "without any key the default groups stay";
-}
-
-TEST_F(SettingsKeys, ValuesAreReadAsStoredWithOnlyTheActionChecked)
-{
-    const struct {
-        const wchar_t* name;
-        DWORD value;
-    } values[] = {{L"Enable", 1},         {L"Timeout", 0},          {L"MessageTimeout", 0},   {L"LogoffStale", 1},
-                  {L"LogoffStaleCount", 0}, {L"KeepLastActiveUser", 1}, {L"FullScreen", 1},    {L"MonitorKB", 0},
-                  {L"MonitorMouse", 0},   {L"MonitorCPU", 1},       {L"PercentCPU", 250},     {L"Shutdown", 1},
-                  {L"ShutdownTimeout", 99999}, {L"ShutdownAction", 7}, {L"UseSchedule", 1}};
-    for (const auto& v : values)
-        RawSetDword(Local(), v.name, v.value);
-    MyOpts o;
-    ASSERT_EQ(o.Load(), 1);
-    EXPECT_EQ(o.bEnable, 1);
-    EXPECT_EQ(o.nTimeout, 0);
-    EXPECT_EQ(o.nMsgTimeout, 0);
-    EXPECT_EQ(o.bLogoffStale, 1);
-    EXPECT_EQ(o.nLogoffStaleCount, 0);
-    EXPECT_EQ(o.bKeepLastActiveUser, 1);
-    EXPECT_EQ(o.bFullScreen, 1);
-    EXPECT_EQ(o.bMonitorKB, 0);
-    EXPECT_EQ(o.bMonitorMouse, 0);
-    EXPECT_EQ(o.bMonitorCPU, 1);
-    EXPECT_EQ(o.nPercentCPU, 250);
-    EXPECT_EQ(o.bShutdown, 1);
-    EXPECT_EQ(o.nShutdownTimeout, 99999);
-    EXPECT_EQ(o.nShutdownAction, 1) << "an unknown power action becomes sleep";
-    EXPECT_EQ(o.bUseSchedule, 1);
-    for (DWORD action : {0u, 4u, 0xFFFFFFFEu}) {
-        RawSetDword(Local(), L"ShutdownAction", action);
+    RawSetDword(L(), L"PercentCPU", 250); // kept as stored: the engine decides what it means
+    for (DWORD action : {0u, 1u, 2u, 3u, 4u, 0xFFFFFFFEu}) {
+        RawSetDword(L(), L"ShutdownAction", action);
         ASSERT_EQ(o.Load(), 1);
-        EXPECT_EQ(o.nShutdownAction, 1) << action;
+        EXPECT_EQ(o.nShutdownAction, action >= 1 && action <= 3 ? (int)action : 1) << action;
     }
-    RawSetDword(Local(), L"ShutdownAction", 3);
+    EXPECT_TRUE(o.listInclude.IsEmpty()) << "a settings key without a list subkey: an empty list";
+    RawSetStr(L(), L"MessageText", std::wstring(512, L'm'));          // one too long for the field
+    RawSetStr(L(), L"MessageTextIfLocked", std::wstring(511, L'k'));  // fits exactly
+    BYTE eight[8] = {5};
+    RawSetBin(L(), L"Timeout", eight, sizeof(eight));                // binary, not four bytes
+    RawSetStr(L(), L"MessageTimeout", L"12abc");                      // no number
+    RawSetStr(L(), L"LogoffStaleCount", std::wstring(64, L'7'));      // text over 128 bytes
+    RawSetBin(L(), L"MonitorKB", nullptr, 0, REG_NONE);               // no type
+    RawSetDword(L(), L"ShutdownTimeout", 0xFFFFFFFF);                 // -1 reads like missing
+    RawSetStr(L(), L"FullScreen", L" 2147483648");                    // beyond an int
+    const wchar_t unterminated[] = L"Mon 8:00-9:00X"; // a non-zero character after the data
+    RawSetBin(L(), L"Schedule", unterminated, 13 * sizeof(wchar_t), REG_SZ);
+    RawSetStr(L(L"ApplyTo"), L"1", L"First");
+    RawSetStr(L(L"ApplyTo"), L"2", std::wstring(256, L'x'));          // 514 bytes: ends the list
+    RawSetStr(L(L"ApplyTo"), L"3", L"Never reached");
+    RawSetStr(L(L"Exclude"), L"1", L"A");
+    RawSetStr(L(L"Exclude"), L"3", L"After a gap");
     ASSERT_EQ(o.Load(), 1);
-    EXPECT_EQ(o.nShutdownAction, 3);
-}
-
-TEST_F(SettingsKeys, IntegersStoredAsTextStayText)
-{
-    RawSetStr(Local(), L"Timeout", L"15");
-    RawSetStr(Local(), L"MessageTimeout", L" 3 ", REG_EXPAND_SZ);
-    DWORD four = 8;
-    RawSetBin(Local(), L"PercentCPU", &four, 4);
-    MyOpts o;
-    ASSERT_EQ(o.Load(), 1);
-    EXPECT_EQ(o.nTimeout, 15);
-    EXPECT_EQ(o.nMsgTimeout, 3);
-    EXPECT_EQ(o.nPercentCPU, 8) << "four binary bytes read like a DWORD";
-
-    o.nTimeout = 20;
-    o.nMsgTimeout = -4;
-    ASSERT_EQ(o.Store(), 1);
-    DWORD type = 0;
-    std::vector<BYTE> data;
-    ASSERT_TRUE(RawGet(Local(), L"Timeout", &type, &data));
-    EXPECT_EQ(type, (DWORD)REG_SZ);
-    EXPECT_EQ(RawGetStr(Local(), L"Timeout"), L"20");
-    ASSERT_TRUE(RawGet(Local(), L"MessageTimeout", &type, &data));
-    EXPECT_EQ(RawGetStr(Local(), L"MessageTimeout"), L"-4");
-    ASSERT_TRUE(RawGet(Local(), L"ShutdownTimeout", &type, &data));
-    EXPECT_EQ(type, (DWORD)REG_DWORD) << "values that were not text are written as DWORDs";
-    ASSERT_TRUE(RawGet(Local(), L"PercentCPU", &type, &data));
-    EXPECT_EQ(type, (DWORD)REG_DWORD);
-
-    MyOpts back;
-    ASSERT_EQ(back.Load(), 1);
-    EXPECT_EQ(back.nTimeout, 20);
-    EXPECT_EQ(back.nMsgTimeout, -4);
-}
-
-TEST_F(SettingsKeys, DamagedValuesNeverOverflowAndKeepDefaults)
-{
-    RawSetStr(Local(), L"MessageText", std::wstring(1024, L'm'));          // 2 KB: too long for the field
-    RawSetStr(Local(), L"MessageTextIfLocked", std::wstring(511, L'k'));    // fits exactly
-    BYTE eight[8] = {5, 0, 0, 0, 0, 0, 0, 0};
-    RawSetBin(Local(), L"Timeout", eight, sizeof(eight));                  // binary, not four bytes
-    RawSetStr(Local(), L"MessageTimeout", L"12abc");                        // text that is no number
-    RawSetStr(Local(), L"LogoffStaleCount", std::wstring(100, L'7'));       // text over 128 bytes
-    RawSetBin(Local(), L"PercentCPU", nullptr, 0, REG_NONE);                // no type
-    RawSetDword(Local(), L"ShutdownTimeout", 0xFFFFFFFF);                   // -1 reads like missing
-    // Stored without a terminator; the character after the stored data is not zero either, so
-    // nothing on the way can quietly supply one.
-    const wchar_t unterminated[] = {L'M', L'o', L'n', L' ', L'8', L':', L'0', L'0', L'-', L'9', L':', L'0', L'0', L'X'};
-    RawSetBin(Local(), L"Schedule", unterminated, sizeof(unterminated) - sizeof(wchar_t), REG_SZ);
-    RawSetStr(Local(L"ApplyTo"), L"1", L"First");
-    RawSetStr(Local(L"ApplyTo"), L"2", std::wstring(300, L'x'));            // 602 bytes: ends the list
-    RawSetStr(Local(L"ApplyTo"), L"3", L"Never reached");
-    RawSetStr(Local(L"Exclude"), L"1", L"A");
-    RawSetStr(Local(L"Exclude"), L"3", L"After a gap");
-    RawSetStr(Local(L"Exclude"), L"01", L"Not a list name");
-
-    MyOpts o;
-    ASSERT_EQ(o.Load(), 1);
-    EXPECT_STREQ(o.szMsgText, L"");
-    EXPECT_EQ(std::wstring(o.szMsgTextLocked), std::wstring(511, L'k'));
-    EXPECT_EQ(o.nTimeout, 10);
-    EXPECT_EQ(o.nMsgTimeout, 5);
-    EXPECT_EQ(o.nLogoffStaleCount, 5);
-    EXPECT_EQ(o.nPercentCPU, 25);
-    EXPECT_EQ(o.nShutdownTimeout, 10);
+    EXPECT_EQ(Ints({o.nTimeout, o.nMsgTimeout, o.nLogoffStaleCount, o.bMonitorKB, o.nShutdownTimeout, o.bFullScreen, o.nPercentCPU}),
+              Ints({10, 5, 5, 1, 10, 0, 250}));
+    EXPECT_EQ(o.szMsgText + std::wstring(L"|") + o.szMsgTextLocked, L"|" + std::wstring(511, L'k'));
     EXPECT_STREQ(o.GetSchedule(), L"Mon 8:00-9:00");
-    EXPECT_EQ(Items(o.listInclude), std::vector<std::wstring>{L"First"});
-    EXPECT_EQ(Items(o.listExclude), std::vector<std::wstring>{L"A"});
-
-    // A 512-byte entry (255 characters and the terminator) is still an entry.
-    RawSetStr(Local(L"ApplyTo"), L"2", std::wstring(255, L'y'));
+    EXPECT_EQ(Items(o.listInclude), Names{L"First"});
+    EXPECT_EQ(Items(o.listExclude), Names{L"A"});
+    RawSetStr(L(L"ApplyTo"), L"2", std::wstring(255, L'y'));          // 512 bytes: still an entry
+    RawSetStr(L(), L"LogoffStaleCount", L"-2147483648 ");
+    RawSetStr(L(), L"Timeout", std::wstring(61, L' ') + L"+3");        // 128 bytes of text
     ASSERT_EQ(o.Load(), 1);
-    EXPECT_EQ(Items(o.listInclude), (std::vector<std::wstring>{L"First", std::wstring(255, L'y'), L"Never reached"}));
-}
-
-TEST_F(SettingsKeys, MissingListSubkeysGiveEmptyListsUnlessKept)
-{
-    RawSetDword(Local(), L"Enable", 1);
-    MyOpts o;
-    ASSERT_EQ(o.Load(), 1);
-    EXPECT_TRUE(o.listInclude.IsEmpty());
-    EXPECT_TRUE(o.listExclude.IsEmpty());
-
-    RawSetStr(Local(L"ApplyTo"), L"1", L"Stored");
-    MyOpts kept;
-    kept.listInclude.AddTail(L"Mine");
-    kept.bKeepLists = 1;
-    // Load resets first, which refills the default groups: bKeepLists only stops the read.
-    // The caller that keeps lists is the one that put them there after its own reset, so we
-    // mimic it by loading without the framework's reset.
-    kept.Reset();
-    kept.listInclude.RemoveAll();
-    kept.listInclude.AddTail(L"Mine");
-    ASSERT_EQ(kept.ReadPolicy(), 1);
-    EXPECT_EQ(Items(kept.listInclude), std::vector<std::wstring>{L"Mine"});
-    EXPECT_EQ(kept.listExclude.GetCount(), 1u) << "the default group is left as it was";
+    EXPECT_EQ(Ints({(int)o.listInclude.GetCount(), o.nLogoffStaleCount, o.nTimeout}), Ints({3, INT_MIN, 3}));
+    o.Reset();
+    o.listInclude.RemoveAll();
+    o.listInclude.AddTail(L"Mine");
+    o.bKeepLists = 1;
+    ASSERT_EQ(o.ReadPolicy(), 1);
+    EXPECT_EQ(Items(o.listInclude), Names{L"Mine"}) << "kept lists are not read";
 }
 
 TEST_F(SettingsKeys, StoreWritesOnlyChangesAndNeverThePolicy)
 {
-    MyOpts o;
-    o.Reset();
-    o.bEnable = 1;
-    o.listInclude.RemoveAll();
-    o.listInclude.AddTail(L"Kiosk");
-    o.listInclude.AddTail(L"Lab");
+    RawSetStr(L(), L"Timeout", L"15");
+    DWORD four = 8;
+    RawSetBin(L(), L"PercentCPU", &four, 4);
+    ASSERT_EQ(o.Load(), 1);
+    EXPECT_EQ(Ints({o.nTimeout, o.nPercentCPU}), Ints({15, 8}));
+    o.nTimeout = -4;
+    o.listInclude.AddTail(L"Kiosk"), o.listInclude.AddTail(L"Lab");
     ASSERT_EQ(o.Store(), 1);
-    EXPECT_EQ(RawGetStr(Local(), L"Schedule"), L"*");
-    EXPECT_EQ(RawGetDword(Local(), L"Enable"), 1u);
-    EXPECT_EQ(RawGetDword(Local(), L"Timeout"), 10u);
-    EXPECT_EQ(RawGetStr(Local(L"ApplyTo"), L"1"), L"Kiosk");
-    EXPECT_EQ(RawGetStr(Local(L"ApplyTo"), L"2"), L"Lab");
-    EXPECT_EQ(RawCountValues(Local(L"ApplyTo")), 2u);
-    EXPECT_EQ(RawGetStr(Local(L"Exclude"), L"1"), L"Administrators");
-    EXPECT_FALSE(RawValueExists(Local(), L"NotConfigured")) << "only the staging key holds it";
-    EXPECT_FALSE(RawKeyExists(policy.sub())) << "storing never creates or writes the policy";
-
-    // An unchanged record writes nothing: equal values left under another text type keep it
-    // (a rewrite would store REG_SZ).
-    RawSetStr(Local(), L"Timeout", L"10", REG_EXPAND_SZ);
-    RawSetStr(Local(), L"Schedule", L"*", REG_EXPAND_SZ);
-    RawSetStr(Local(), L"MessageText", L"", REG_EXPAND_SZ);
-    // List entries are the exception: they always end as exactly the REG_SZ entries "1", "2", ...,
-    // also where an entry held the same text under another type.
-    RawSetStr(Local(L"ApplyTo"), L"1", L"Kiosk", REG_EXPAND_SZ);
-    RawSetBin(Local(L"ApplyTo"), L"2", L"Lab", sizeof(L"Lab"));
+    EXPECT_EQ(RawGetStr(L(), L"Timeout"), L"-4") << "a number stored as text stays text";
+    EXPECT_EQ(Type(L(), L"PercentCPU"), (DWORD)REG_DWORD);
+    EXPECT_EQ(RawGetStr(L(), L"Schedule") + RawGetStr(L(L"ApplyTo"), L"2"), L"*Lab");
+    EXPECT_FALSE(RawValueExists(L(), L"NotConfigured")) << "only the staging key holds it";
+    EXPECT_FALSE(RawKeyExists(policy.sub()));
+    // Equal text under another type is not rewritten. List entries always end as exactly the
+    // REG_SZ entries "1", "2", ...
+    RawSetStr(L(), L"MessageTimeout", L"5", REG_EXPAND_SZ);
+    RawSetStr(L(), L"Schedule", L"*", REG_EXPAND_SZ);
+    RawSetStr(L(L"ApplyTo"), L"1", L"Kiosk", REG_EXPAND_SZ);
+    RawSetStr(L(L"ApplyTo"), L"Stray", L"x");
+    o.listInclude.RemoveAt(o.listInclude.GetTailPosition());
     ASSERT_EQ(o.Store(), 1);
-    for (const auto& v : {std::make_pair(Local(), L"Timeout"), std::make_pair(Local(), L"Schedule"),
-                          std::make_pair(Local(), L"MessageText")}) {
-        DWORD type = 0;
-        ASSERT_TRUE(RawGet(v.first, v.second, &type, nullptr));
-        EXPECT_EQ(type, (DWORD)REG_EXPAND_SZ) << "rewritten: " << std::string(v.second, v.second + wcslen(v.second));
-    }
-    EXPECT_EQ(RawGetStr(Local(), L"Timeout"), L"10");
-    for (const wchar_t* entry : {L"1", L"2"}) {
-        DWORD type = 0;
-        ASSERT_TRUE(RawGet(Local(L"ApplyTo"), entry, &type, nullptr));
-        EXPECT_EQ(type, (DWORD)REG_SZ) << "list entry " << (char)entry[0];
-    }
-    EXPECT_EQ(RawGetStr(Local(L"ApplyTo"), L"2"), L"Lab");
-
-    // A shorter list leaves exactly its own entries behind.
-    o.listInclude.RemoveAt(o.listInclude.GetHeadPosition());
-    RawSetStr(Local(L"ApplyTo"), L"Stray", L"x");
-    ASSERT_EQ(o.Store(), 1);
-    EXPECT_EQ(RawGetStr(Local(L"ApplyTo"), L"1"), L"Lab");
-    EXPECT_EQ(RawCountValues(Local(L"ApplyTo")), 1u);
-
+    EXPECT_EQ(std::vector<DWORD>({Type(L(), L"MessageTimeout"), Type(L(), L"Schedule")}), std::vector<DWORD>(2, REG_EXPAND_SZ));
+    EXPECT_EQ(Type(L(L"ApplyTo"), L"1"), (DWORD)REG_SZ);
+    EXPECT_EQ(RawCountValues(L(L"ApplyTo")), 1u);
     MyOpts back;
     ASSERT_EQ(back.Load(), 1);
     EXPECT_EQ(back.IsDifferent(&o), 0);
@@ -265,110 +131,129 @@ TEST_F(SettingsKeys, StoreWritesOnlyChangesAndNeverThePolicy)
 
 TEST_F(SettingsKeys, StagingKeyCarriesThePolicyState)
 {
-    RawSetDword(policy.sub(), L"Enable", 1); // the staging road never consults the policy
-    MyOpts staged;
-    staged.Reset();
-    staged.bReadTemp = 1;
-    staged.nPolicyState = 0;
-    staged.bEnable = 1;
-    staged.nTimeout = 33;
-    ASSERT_EQ(staged.Store(), 1);
-    EXPECT_EQ(RawGetDword(Local(L"Temp"), L"NotConfigured"), 1u);
-    EXPECT_EQ(RawGetDword(Local(L"Temp"), L"Timeout"), 33u);
-    EXPECT_FALSE(RawValueExists(Local(), L"Timeout")) << "the live settings are untouched";
-    EXPECT_FALSE(RawValueExists(Local(), L"NotConfigured"));
-
+    RawSetDword(policy.sub(), L"Enable", 1); // never consulted on the staging road
     MyOpts back;
-    back.bReadTemp = 1;
-    ASSERT_EQ(back.Load(), 1);
-    EXPECT_EQ(back.nPolicyState, 0);
-    EXPECT_EQ(back.nTimeout, 33);
-    EXPECT_EQ(back.bPolicyInEffect, 0);
-
-    staged.nPolicyState = 2;
-    staged.bEnable = 0;
-    ASSERT_EQ(staged.Store(), 1);
-    EXPECT_EQ(RawGetDword(Local(L"Temp"), L"NotConfigured"), 0u);
-    ASSERT_EQ(back.Load(), 1);
-    EXPECT_EQ(back.nPolicyState, 2);
-
-    // Without "NotConfigured" the state follows "Enable".
-    RawDeleteTree(Local(L"Temp"));
-    RawSetDword(Local(L"Temp"), L"Enable", 1);
-    ASSERT_EQ(back.Load(), 1);
-    EXPECT_EQ(back.nPolicyState, 1);
-    RawSetDword(Local(L"Temp"), L"Enable", 0);
-    ASSERT_EQ(back.Load(), 1);
-    EXPECT_EQ(back.nPolicyState, 2);
+    o.bReadTemp = back.bReadTemp = 1;
+    o.nTimeout = 33;
+    for (int state : {0, 2, 1}) {
+        o.nPolicyState = state, o.bEnable = state == 1;
+        ASSERT_EQ(o.Store(), 1);
+        EXPECT_EQ(RawGetDword(L(L"Temp"), L"NotConfigured"), state == 0 ? 1u : 0u);
+        ASSERT_EQ(back.Load(), 1);
+        EXPECT_EQ(Ints({back.nPolicyState, back.nTimeout}), Ints({state, 33}));
+    }
+    EXPECT_FALSE(RawValueExists(L(), L"Timeout")) << "the live settings are untouched";
+    RawDeleteTree(L(L"Temp"));
+    for (DWORD enable : {1u, 0u}) {
+        RawSetDword(L(L"Temp"), L"Enable", enable);
+        ASSERT_EQ(back.Load(), 1);
+        EXPECT_EQ(back.nPolicyState, enable ? 1 : 2) << "without NotConfigured, Enable decides";
+    }
 }
 
 TEST_F(SettingsKeys, GroupPolicyObjectsWithoutSupportReportTheFailure)
 {
-    MyOpts o;
     StrCopy(o.szGPOPath, L"LDAP://cn={0},cn=policies");
     StrCopy(o.szGPODisplayName, L"old");
-    RawSetDword(Local(), L"Timeout", 77);
+    RawSetDword(L(), L"Timeout", 77);
     o.Load();
     EXPECT_EQ(o.hrGPO, REGDB_E_CLASSNOTREG);
     EXPECT_STREQ(o.szGPODisplayName, L"");
     EXPECT_EQ(o.nTimeout, 10) << "the local settings are not used for a policy object";
+    o.hrGPO = 0;
+    o.Store();
+    EXPECT_EQ(o.hrGPO, REGDB_E_CLASSNOTREG);
+    EXPECT_EQ(RawGetDword(L(), L"Timeout"), 77u) << "nor written";
 }
 
-TEST(Policy, IntegerTypesAndTextRules)
+TEST_F(SettingsKeys, SettingsFileRoundTrip)
 {
-    ScopedTestKey key(L"pol");
-    const std::wstring& sub = key.sub();
-    Policy pol;
-    ASSERT_EQ(pol.OpenAltRegKey(key.path().c_str(), 1), 1);
-    RawSetDword(sub, L"D", 42);
-    RawSetStr(sub, L"S", L"-17");
-    RawSetStr(sub, L"M", std::wstring(L"8\0", 2), REG_MULTI_SZ);
-    RawSetStr(sub, L"Junk", L"4 2");
-    RawSetStr(sub, L"Huge", L"99999999999");
-    RawSetBin(sub, L"None", "x", 1, REG_NONE);
-    EXPECT_EQ(pol.GetInt(L"D", Policy::ScopeMachine), 42);
-    EXPECT_EQ(pol.GetInt(L"S", Policy::ScopeMachine), -17);
-    EXPECT_EQ(pol.GetInt(L"M", Policy::ScopeMachine), 8);
-    EXPECT_EQ(pol.GetInt(L"Junk", Policy::ScopeMachine), -1);
-    EXPECT_EQ(pol.GetInt(L"Huge", Policy::ScopeMachine), -1);
-    EXPECT_EQ(pol.GetInt(L"None", Policy::ScopeMachine), -1);
-    EXPECT_EQ(pol.GetInt(L"Missing", Policy::ScopeMachine), -1);
-    EXPECT_EQ(pol.IsOn(L"D", Policy::ScopeMachine), 1);
-    EXPECT_EQ(pol.IsOn(L"Missing", Policy::ScopeMachine), 0);
-
-    EXPECT_EQ(pol.SetInt(5, L"S", Policy::ScopeMachine), 1);
-    EXPECT_EQ(RawGetStr(sub, L"S"), L"5");
-    EXPECT_EQ(pol.SetInt(6, L"New", Policy::ScopeMachine), 1);
-    EXPECT_EQ(RawGetDword(sub, L"New"), 6u);
-    EXPECT_EQ(pol.SetBool(7, L"B", Policy::ScopeMachine), 1);
-    EXPECT_EQ(RawGetDword(sub, L"B"), 1u);
-    wchar_t buf[8];
-    RawSetStr(sub, L"Name", L"abcdefgh");
-    EXPECT_EQ(pol.GetStr(buf, 8, L"Name", Policy::ScopeMachine), 0) << "too long for the buffer";
-    EXPECT_EQ(pol.GetStr(buf, 9 - 1, L"S", Policy::ScopeMachine), 1);
-    EXPECT_STREQ(buf, L"5");
-    EXPECT_EQ(pol.GetStrSizeChars(L"Name", Policy::ScopeMachine), 10);
+    o.Reset();
+    o.bEnable = 1, o.nPolicyState = 1, o.nTimeout = 45, o.nMsgTimeout = 0, o.nShutdownAction = 3;
+    o.SetSchedule(L"Mon 8:00-17:30; Sat 0:00-24:00");
+    StrCopy(o.szMsgText, L"\"Caf\u00e9\" & <Bar> closes in %d");
+    o.listInclude.RemoveAll();
+    o.SetAll(0x11);
+    RawSetStr(L(L"Temp"), L"Leftover", L"x"); // stale staging values never reach the file
+    ASSERT_EQ(o.Export(nullptr, File().c_str()), 1);
+    MyOpts back;
+    back.Reset();
+    ASSERT_EQ(back.Import(nullptr, File().c_str()), 1);
+    EXPECT_EQ(back.IsDifferent(&o), 0);
+    EXPECT_TRUE(back.listInclude.IsEmpty()) << "an empty list, not the default groups";
+    EXPECT_EQ(back.bReadTemp + o.bReadTemp, 0);
+    EXPECT_FALSE(RawValueExists(L(), L"Timeout")) << "neither stores the live settings";
+    EXPECT_FALSE(RawKeyExists(L(L"Temp")));
+    ScopedTestKey scratch(L"scratch");
+    ASSERT_EQ(ImportRegKey(nullptr, RegKey(scratch.path().c_str(), 1).GetKey(), File().c_str(), 1), 1);
+    EXPECT_EQ(RawGetDword(scratch.sub(), L"Timeout"), 45u);
+    EXPECT_FALSE(RawValueExists(scratch.sub(), L"Leftover"));
+    EXPECT_EQ(o.Export(nullptr, dir.file(L"no such folder\\x.cfg").c_str()), 0);
 }
 
-TEST(Policy, DefaultKeysFollowTheScope)
+// A file that cannot be read, or is no settings file, changes nothing; a document that is no
+// settings file would otherwise import as defaults with empty user lists.
+TEST_F(SettingsKeys, BadFilesChangeNothing)
 {
-    ScopedTestKey machine(L"m"), user(L"u");
-    {
-        ScopedPolicyKeys keys(machine.path(), user.path());
-        RawSetDword(machine.sub(), L"Enable", 1);
-        RawSetDword(user.sub(), L"Enable", 2);
-        {
-            Policy pol;
-            EXPECT_EQ(pol.GetIntComp(L"Enable"), 1);
+    o.Reset();
+    ASSERT_EQ(o.Export(nullptr, File().c_str()), 1);
+    std::vector<BYTE> good;
+    ASSERT_TRUE(ReadFileBytes(File(), &good));
+    good.resize(good.size() * 2 / 3);
+    const wchar_t* texts[] = {
+        nullptr, L"", L"<KEY Name=\"\"></X>", L"<html><head><title>Timeout</title></head><body><p>Enable</p></body></html>",
+        L"<DATA Name=\"Enable\" Type=\"REG_DWORD\" Value=\"1\"/>",
+        L"<KEY Name=\"\"><DATA Name=\"Colour\" Value=\"1\"/><KEY Name=\"Timeout\"/></KEY>",
+        L"<KEY Name=\"\"><KEY Name=\"Sub\"><DATA Name=\"Enable\" Value=\"1\"/></KEY></KEY>",
+        L"<KEY Name=\"a\"><DATA Name=\"Enable\" Value=\"1\"/></KEY><KEY Name=\"b\"/>",
+    };
+    for (size_t i = 0; i < std::size(texts); ++i) {
+        const wchar_t* text = texts[i];
+        std::wstring xml = std::wstring(L"\xFEFF<?xml version=\"1.0\"?>\r\n") + (text ? text : L"");
+        ASSERT_TRUE(text ? WriteFileBytes(File(L"bad.cfg"), xml.data(), xml.size() * 2)
+                         : WriteFileBytes(File(L"bad.cfg"), good.data(), good.size()));
+        MyOpts before;
+        o.nTimeout = 77;
+        before.CopyFrom(&o);
+        SetLastError(0xdeadbeef);
+        EXPECT_EQ(o.Import(nullptr, File(L"bad.cfg").c_str()), 0);
+        DWORD error = GetLastError();
+        EXPECT_EQ(o.IsDifferent(&before) + o.bReadTemp, 0);
+        EXPECT_FALSE(RawKeyExists(L(L"Temp")));
+        if (i >= 3) {
+            EXPECT_EQ(error, (DWORD)ERROR_INVALID_DATA) << i;
         }
-        Policy pol;
-        EXPECT_EQ(pol.GetIntUser(L"Enable"), 2);
-        EXPECT_EQ(pol.SetStr(L"Note", L"x", Policy::ScopeUser), 1) << "a read key is reopened for writing";
-        EXPECT_EQ(RawGetStr(user.sub(), L"Note"), L"x");
     }
-    Policy none;
-    EXPECT_EQ(none.OpenAltRegKey(L"HKCU\\Software\\VantrelTests\\DoesNotExist", 0), 0);
-    EXPECT_EQ(none.GetInt(L"Enable", Policy::ScopeMachine), -1) << "a chosen key is not swapped for another";
+    EXPECT_EQ(o.Import(nullptr, File(L"missing.cfg").c_str()), 0);
+    wchar_t message[256];
+    MyOpts::FormatNotSettingsFile(L"C:\\page.htm", message, 256);
+    EXPECT_STREQ(message, L"C:\\page.htm\n\nThis file is not a Vantrel settings file. Nothing was imported.");
+    // Files written by earlier versions and edited by hand still import, with their values.
+    struct { const wchar_t* file; Ints timeoutAndUsers; } files[] = {
+        {L"settings-default.xml", {10, 3}}, {L"settings-custom.xml", {15, 4}}, {L"edited-settings-utf8.xml", {120, 1}}};
+    for (auto& c : files) {
+        ASSERT_EQ(o.Import(nullptr, (std::wstring(VX_SETTINGS_FILES) + c.file).c_str()), 1);
+        EXPECT_EQ(Ints({o.nTimeout, (int)o.listInclude.GetCount()}), c.timeoutAndUsers) << &c - files;
+    }
+}
+
+// A computer without a settings key gets none from an export or import: loading an empty key
+// would read empty user lists instead of the default groups and watch the administrators.
+TEST_F(SettingsKeys, ExportAndImportLeaveTheSettingsKeyAsTheyFoundIt)
+{
+    o.Reset();
+    ASSERT_TRUE(WriteFileBytes(File(L"bad.cfg"), "<x", 2));
+    ScopedAppRootKey absent(local.path(L"Korvane\\Vantrel"));
+    ASSERT_EQ(o.Export(nullptr, File().c_str()), 1);
+    EXPECT_EQ(o.Import(nullptr, File().c_str()) + o.Import(nullptr, File(L"bad.cfg").c_str()), 1);
+    EXPECT_FALSE(RawKeyExists(L())) << "absent stays absent, with every level above it";
+    RawSetDword(L(L"Korvane"), L"Other", 1); // a level above exists: it stays, with its value
+    ASSERT_EQ(o.Export(nullptr, File().c_str()), 1);
+    EXPECT_TRUE(RawValueExists(L(L"Korvane"), L"Other"));
+    EXPECT_FALSE(RawKeyExists(L(L"Korvane\\Vantrel")));
+    RawCreateKey(L(L"Korvane\\Vantrel")); // the settings key itself exists, empty: it stays
+    ASSERT_EQ(o.Import(nullptr, File().c_str()), 1);
+    EXPECT_TRUE(RawKeyExists(L(L"Korvane\\Vantrel")));
 }
 
 } // namespace

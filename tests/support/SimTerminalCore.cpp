@@ -8,27 +8,12 @@ namespace simts {
 
 namespace {
 
-// Buffers handed out carry a header, so that a free of foreign memory is noticed and counted
-// instead of corrupting the heap. 16 bytes keep the records behind it aligned.
-const DWORD kAllocMagic = 0x53494D41;   // "SIMA"
+// Buffers handed out carry a header, so a free of foreign memory is counted instead of
+// corrupting the heap; 16 bytes keep the records behind it aligned.
+const DWORD kAllocMagic = 0x53494D41; // "SIMA"
 struct AllocHeader {
-    DWORD dwMagic;
-    DWORD cb;
-    DWORD reserved[2];
+    DWORD dwMagic, cb, reserved[2];
 };
-
-void* Alloc(SimState& s, DWORD cb)
-{
-    AllocHeader* h = (AllocHeader*)HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, sizeof(AllocHeader) + cb);
-    if (!h) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
-    h->dwMagic = kAllocMagic;
-    h->cb = cb;
-    s.nAllocations++;
-    return h + 1;
-}
 
 BOOL Fail(DWORD err)
 {
@@ -36,54 +21,44 @@ BOOL Fail(DWORD err)
     return FALSE;
 }
 
-DWORD NextSeq(SimState& s)
+// A copy of cb bytes (zeros without pData) in a buffer of ours, handed out through ppBuffer.
+BOOL Return(SimState& s, const void* pData, DWORD cb, void* ppBuffer, DWORD* pBytes)
 {
-    return ++s.nSeq;
-}
-
-// The session a call names: WTS_CURRENT_SESSION stands for the configured current session.
-DWORD Resolve(const SimState& s, DWORD dwId)
-{
-    return dwId == WTS_CURRENT_SESSION ? s.dwCurrentSession : dwId;
-}
-
-// Copies cb bytes of UTF-16 text (not terminated) into dst, cut to its size.
-void CopyCounted(wchar_t* dst, unsigned cch, const wchar_t* src, DWORD cb)
-{
-    StrCopyN(dst, cch, src, src ? cb / sizeof(wchar_t) : 0);
-}
-
-BOOL ReturnString(SimState& s, const wchar_t* psz, LPWSTR* ppBuffer, DWORD* pBytes)
-{
-    DWORD cb = (StrLen(psz) + 1) * sizeof(wchar_t);
-    wchar_t* p = (wchar_t*)Alloc(s, cb);
-    if (!p)
-        return FALSE;
-    memcpy(p, psz, cb);
-    *ppBuffer = p;
+    AllocHeader* h = (AllocHeader*)HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, sizeof(AllocHeader) + cb);
+    if (!h)
+        return Fail(ERROR_NOT_ENOUGH_MEMORY);
+    *h = {kAllocMagic, cb, {}};
+    s.nAllocations++;
+    if (pData)
+        memcpy(h + 1, pData, cb);
+    *(void**)ppBuffer = h + 1;
     *pBytes = cb;
     return TRUE;
 }
 
-BOOL ReturnBytes(SimState& s, const void* pData, DWORD cb, LPWSTR* ppBuffer, DWORD* pBytes)
+const wchar_t* StationName(const SimSession& p) { return p.bRemote ? L"RDP-Tcp" : L"Console"; }
+
+// The error a call on a session answers: an ordered failure, "no such session", or 0.
+DWORD Check(SimState& s, int call, DWORD id, int infoClass = kAnyInfoClass)
 {
-    void* p = Alloc(s, cb);
-    if (!p)
-        return FALSE;
-    memcpy(p, pData, cb);
-    *ppBuffer = (LPWSTR)p;
-    *pBytes = cb;
-    return TRUE;
+    DWORD err = TakeFailure(s, call, id, infoClass);
+    return err ? err : FindSession(s, id) ? 0 : kErrNoSession;
+}
+
+// The next record of a table, numbered; null (counted as dropped) when the table is full.
+template <class R, size_t N> R* Record(SimState& s, DWORD& n, R (&table)[N], DWORD dwSession, DWORD err)
+{
+    if (n >= N)
+        return s.nDropped++, nullptr;
+    R* r = &table[n++];
+    memset(r, 0, sizeof(R));
+    r->nSeq = ++s.nSeq, r->dwSession = dwSession, r->dwError = err;
+    return r;
 }
 
 } // namespace
 
-void Reset(SimState& s)
-{
-    memset(&s, 0, sizeof(s));
-    s.dwMessageResponse = IDOK;
-    s.dwCurrentSession = 0;
-}
+void Reset(SimState& s) { memset(&s, 0, sizeof(s)); }
 
 SimSession* FindSession(SimState& s, DWORD dwId)
 {
@@ -93,24 +68,15 @@ SimSession* FindSession(SimState& s, DWORD dwId)
     return nullptr;
 }
 
-int AddSession(SimState& s, DWORD dwId, const wchar_t* pszUser, const wchar_t* pszDomain,
-               WTS_CONNECTSTATE_CLASS state, int bRemote)
+int AddSession(SimState& s, DWORD dwId, const wchar_t* pszUser, const wchar_t* pszDomain, WTS_CONNECTSTATE_CLASS state,
+               int bRemote)
 {
-    if (FindSession(s, dwId))
-        return Fail(ERROR_ALREADY_EXISTS);
-    if (s.nSessions >= kMaxSessions)
-        return Fail(ERROR_NOT_ENOUGH_MEMORY);
+    if (FindSession(s, dwId) || s.nSessions >= kMaxSessions)
+        return Fail(FindSession(s, dwId) ? ERROR_ALREADY_EXISTS : ERROR_NOT_ENOUGH_MEMORY);
     SimSession& n = s.sessions[s.nSessions++];
-    memset(&n, 0, sizeof(n));
-    n.dwId = dwId;
-    n.state = state;
-    n.bRemote = bRemote ? 1 : 0;
+    n = {dwId, state, 0, bRemote ? 1 : 0, {}, {}};
     StrCopy(n.szUser, pszUser);
     StrCopy(n.szDomain, pszDomain);
-    if (bRemote)
-        StrFormat(n.szWinStation, L"RDP-Tcp#%u", dwId);
-    else
-        StrCopy(n.szWinStation, L"Console");
     return 1;
 }
 
@@ -119,89 +85,51 @@ int RemoveSession(SimState& s, DWORD dwId)
     SimSession* p = FindSession(s, dwId);
     if (!p)
         return Fail(kErrNoSession);
-    DWORD i = (DWORD)(p - s.sessions);
-    memmove(&s.sessions[i], &s.sessions[i + 1], (s.nSessions - i - 1) * sizeof(SimSession));
-    s.nSessions--;
+    memmove(p, p + 1, (s.sessions + --s.nSessions - p) * sizeof(SimSession));
     return 1;
-}
-
-void QueueNotification(SimState& s, DWORD dwEvent, DWORD dwSession)
-{
-    if (s.nPending >= kMaxPending) {
-        s.nDropped++;
-        return;
-    }
-    s.pending[s.nPending].dwEvent = dwEvent;
-    s.pending[s.nPending].dwSession = dwSession;
-    s.nPending++;
 }
 
 DWORD TakeFailure(SimState& s, int call, DWORD dwSession, int infoClass)
 {
     for (SimFailRule& r : s.rules) {
-        if (!r.bInUse || r.call != call || r.nCount == 0)
-            continue;
-        if (r.dwSession != kAnySession && r.dwSession != dwSession)
-            continue;
-        if (r.infoClass != kAnyInfoClass && r.infoClass != infoClass)
-            continue;
-        if (r.nCount > 0 && --r.nCount == 0)
-            r.bInUse = 0;
-        return r.dwError;
+        if (r.bInUse && r.call == call && (r.dwSession == kAnySession || r.dwSession == dwSession) &&
+            (r.infoClass == kAnyInfoClass || r.infoClass == infoClass)) {
+            if (r.nCount > 0 && --r.nCount == 0)
+                r.bInUse = 0;
+            return r.dwError;
+        }
     }
     return 0;
 }
 
 int AddFailRule(SimState& s, int call, DWORD dwError, int nCount, DWORD dwSession, int infoClass)
 {
-    for (SimFailRule& r : s.rules) {
-        if (r.bInUse)
-            continue;
-        r.bInUse = 1;
-        r.call = call;
-        r.dwError = dwError;
-        r.nCount = nCount;
-        r.dwSession = dwSession;
-        r.infoClass = infoClass;
-        return 1;
-    }
+    for (SimFailRule& r : s.rules)
+        if (!r.bInUse)
+            return r = {1, call, dwSession, infoClass, dwError, nCount}, 1;
     return Fail(ERROR_NOT_ENOUGH_MEMORY);
 }
 
-BOOL EnumerateSessions(SimState& s, HANDLE hServer, DWORD dwReserved, DWORD dwVersion,
-                       PWTS_SESSION_INFOW* ppSessionInfo, DWORD* pCount)
+BOOL EnumerateSessions(SimState& s, HANDLE hServer, DWORD dwReserved, DWORD dwVersion, PWTS_SESSION_INFOW* ppSessionInfo,
+                       DWORD* pCount)
 {
     if (!ppSessionInfo || !pCount)
         return Fail(ERROR_INVALID_PARAMETER);
     *ppSessionInfo = nullptr;
     *pCount = 0;
-    if (hServer != WTS_CURRENT_SERVER_HANDLE)
-        return Fail(ERROR_INVALID_HANDLE);
-    if (dwReserved != 0 || dwVersion != 1)
-        return Fail(ERROR_INVALID_PARAMETER);
-    if (DWORD err = TakeFailure(s, kCallEnumerate, kAnySession))
-        return Fail(err);
-    // One block: the records, then the station names they point to.
-    DWORD n = s.nSessions;
-    DWORD cbInfo = n * sizeof(WTS_SESSION_INFOW);
-    BYTE* p = (BYTE*)Alloc(s, cbInfo + n * kStationChars * sizeof(wchar_t));
-    if (!p)
-        return FALSE;
-    PWTS_SESSION_INFOW info = (PWTS_SESSION_INFOW)p;
-    wchar_t* names = (wchar_t*)(p + cbInfo);
-    for (DWORD i = 0; i < n; i++) {
-        info[i].SessionId = s.sessions[i].dwId;
-        info[i].State = s.sessions[i].state;
-        info[i].pWinStationName = names + i * kStationChars;
-        StrCopy(info[i].pWinStationName, kStationChars, s.sessions[i].szWinStation);
-    }
-    *ppSessionInfo = info;
-    *pCount = n;
+    if (hServer != WTS_CURRENT_SERVER_HANDLE || dwReserved != 0 || dwVersion != 1)
+        return Fail(hServer != WTS_CURRENT_SERVER_HANDLE ? ERROR_INVALID_HANDLE : ERROR_INVALID_PARAMETER);
+    DWORD err = TakeFailure(s, kCallEnumerate, kAnySession), cb;
+    if (err || !Return(s, nullptr, s.nSessions * sizeof(WTS_SESSION_INFOW), ppSessionInfo, &cb))
+        return err ? Fail(err) : FALSE;
+    for (DWORD i = 0; i < s.nSessions; i++)
+        (*ppSessionInfo)[i] = {s.sessions[i].dwId, const_cast<wchar_t*>(StationName(s.sessions[i])), s.sessions[i].state};
+    *pCount = s.nSessions;
     return TRUE;
 }
 
-BOOL QuerySessionInformation(SimState& s, HANDLE hServer, DWORD dwSessionId, WTS_INFO_CLASS infoClass,
-                             LPWSTR* ppBuffer, DWORD* pBytesReturned)
+BOOL QuerySessionInformation(SimState& s, HANDLE hServer, DWORD dwSessionId, WTS_INFO_CLASS infoClass, LPWSTR* ppBuffer,
+                             DWORD* pBytesReturned)
 {
     if (!ppBuffer || !pBytesReturned)
         return Fail(ERROR_INVALID_PARAMETER);
@@ -209,45 +137,26 @@ BOOL QuerySessionInformation(SimState& s, HANDLE hServer, DWORD dwSessionId, WTS
     *pBytesReturned = 0;
     if (hServer != WTS_CURRENT_SERVER_HANDLE)
         return Fail(ERROR_INVALID_HANDLE);
-    DWORD id = Resolve(s, dwSessionId);
-    if (DWORD err = TakeFailure(s, kCallQuery, id, infoClass))
+    if (DWORD err = Check(s, kCallQuery, dwSessionId, infoClass))
         return Fail(err);
-    const SimSession* p = FindSession(s, id);
-    if (!p)
-        return Fail(kErrNoSession);
+    const SimSession* p = FindSession(s, dwSessionId);
+    const INT state = p->state;
+    // The record's name fields are short (17 and 21 characters): longer names are cut, as the
+    // terminal server does; the separate name classes give them in full.
+    WTSINFOW info = {};
+    info.State = p->state, info.SessionId = p->dwId;
+    StrCopy(info.WinStationName, StationName(*p));
+    StrCopy(info.Domain, p->szDomain);
+    StrCopy(info.UserName, p->szUser);
     switch (infoClass) {
     case WTSUserName:
-        return ReturnString(s, p->szUser, ppBuffer, pBytesReturned);
+        return Return(s, p->szUser, (StrLen(p->szUser) + 1) * sizeof(wchar_t), ppBuffer, pBytesReturned);
     case WTSDomainName:
-        return ReturnString(s, p->szDomain, ppBuffer, pBytesReturned);
-    case WTSWinStationName:
-        return ReturnString(s, p->szWinStation, ppBuffer, pBytesReturned);
-    case WTSConnectState: {
-        INT state = p->state;
-        return ReturnBytes(s, &state, sizeof(state), ppBuffer, pBytesReturned);
-    }
-    case WTSSessionId:
-        return ReturnBytes(s, &p->dwId, sizeof(DWORD), ppBuffer, pBytesReturned);
-    case WTSClientProtocolType: {
-        USHORT protocol = p->bRemote ? 2 : 0;   // 2: RDP, 0: the console
-        return ReturnBytes(s, &protocol, sizeof(protocol), ppBuffer, pBytesReturned);
-    }
-    case WTSSessionInfo: {
-        // The record's fixed name fields are short (17 and 21 characters): longer names are cut,
-        // as the terminal server does; the separate name classes give them in full.
-        WTSINFOW info;
-        memset(&info, 0, sizeof(info));
-        info.State = p->state;
-        info.SessionId = p->dwId;
-        StrCopy(info.WinStationName, p->szWinStation);
-        StrCopy(info.Domain, p->szDomain);
-        StrCopy(info.UserName, p->szUser);
-        FILETIME now;
-        GetSystemTimeAsFileTime(&now);
-        info.CurrentTime.LowPart = now.dwLowDateTime;
-        info.CurrentTime.HighPart = (LONG)now.dwHighDateTime;
-        return ReturnBytes(s, &info, sizeof(info), ppBuffer, pBytesReturned);
-    }
+        return Return(s, p->szDomain, (StrLen(p->szDomain) + 1) * sizeof(wchar_t), ppBuffer, pBytesReturned);
+    case WTSConnectState:
+        return Return(s, &state, sizeof(state), ppBuffer, pBytesReturned);
+    case WTSSessionInfo:
+        return Return(s, &info, sizeof(info), ppBuffer, pBytesReturned);
     default:
         return Fail(ERROR_INVALID_PARAMETER);
     }
@@ -258,10 +167,8 @@ void FreeMemory(SimState& s, PVOID pMemory)
     if (!pMemory)
         return;
     AllocHeader* h = (AllocHeader*)pMemory - 1;
-    if (h->dwMagic != kAllocMagic) {
-        s.nBadFrees++;
-        return;
-    }
+    if (h->dwMagic != kAllocMagic)
+        return (void)s.nBadFrees++;
     h->dwMagic = 0;
     s.nAllocations--;
     HeapFree(GetProcessHeap(), 0, h);
@@ -271,55 +178,26 @@ BOOL LogoffSession(SimState& s, HANDLE hServer, DWORD dwSessionId, BOOL bWait)
 {
     if (hServer != WTS_CURRENT_SERVER_HANDLE)
         return Fail(ERROR_INVALID_HANDLE);
-    DWORD id = Resolve(s, dwSessionId);
-    DWORD err = TakeFailure(s, kCallLogoff, id);
-    if (!err && !FindSession(s, id))
-        err = kErrNoSession;
-    if (s.nLogoffs < kMaxLogoffs) {
-        SimLogoff& r = s.logoffs[s.nLogoffs++];
-        r.nSeq = NextSeq(s);
-        r.dwSession = id;
-        r.bWait = bWait ? 1 : 0;
-        r.dwError = err;
-    } else {
-        s.nDropped++;
-    }
-    if (err)
-        return Fail(err);
-    RemoveSession(s, id);
-    QueueNotification(s, WTS_SESSION_LOGOFF, id);
-    return TRUE;
+    DWORD err = Check(s, kCallLogoff, dwSessionId);
+    if (SimLogoff* r = Record(s, s.nLogoffs, s.logoffs, dwSessionId, err))
+        r->bWait = bWait ? 1 : 0;
+    return err ? Fail(err) : RemoveSession(s, dwSessionId);
 }
 
 BOOL SendMessageBox(SimState& s, HANDLE hServer, DWORD dwSessionId, LPWSTR pTitle, DWORD cbTitle, LPWSTR pMessage,
                     DWORD cbMessage, DWORD dwStyle, DWORD dwTimeout, DWORD* pResponse, BOOL bWait)
 {
-    if (hServer != WTS_CURRENT_SERVER_HANDLE)
-        return Fail(ERROR_INVALID_HANDLE);
-    if (!pResponse)
-        return Fail(ERROR_INVALID_PARAMETER);
-    DWORD id = Resolve(s, dwSessionId);
-    DWORD err = TakeFailure(s, kCallSendMessage, id);
-    if (!err && !FindSession(s, id))
-        err = kErrNoSession;
-    if (s.nMessages < kMaxMessages) {
-        SimMessage& r = s.messages[s.nMessages++];
-        r.nSeq = NextSeq(s);
-        r.dwSession = id;
-        CopyCounted(r.szTitle, kTitleChars, pTitle, cbTitle);
-        CopyCounted(r.szText, kTextChars, pMessage, cbMessage);
-        r.cbTitle = cbTitle;
-        r.cbText = cbMessage;
-        r.dwStyle = dwStyle;
-        r.dwTimeout = dwTimeout;
-        r.bWait = bWait ? 1 : 0;
-        r.dwError = err;
-    } else {
-        s.nDropped++;
+    if (hServer != WTS_CURRENT_SERVER_HANDLE || !pResponse)
+        return Fail(pResponse ? ERROR_INVALID_HANDLE : ERROR_INVALID_PARAMETER);
+    DWORD err = Check(s, kCallSendMessage, dwSessionId);
+    if (SimMessage* r = Record(s, s.nMessages, s.messages, dwSessionId, err)) {
+        StrCopyN(r->szTitle, kTitleChars, pTitle, pTitle ? cbTitle / sizeof(wchar_t) : 0);
+        StrCopyN(r->szText, kTextChars, pMessage, pMessage ? cbMessage / sizeof(wchar_t) : 0);
+        r->cbTitle = cbTitle, r->cbText = cbMessage, r->dwStyle = dwStyle, r->dwTimeout = dwTimeout, r->bWait = bWait ? 1 : 0;
     }
     if (err)
         return Fail(err);
-    *pResponse = bWait ? s.dwMessageResponse : IDASYNC;
+    *pResponse = bWait ? IDOK : IDASYNC;
     return TRUE;
 }
 
@@ -328,79 +206,37 @@ BOOL QueryUserToken(SimState& s, ULONG dwSessionId, PHANDLE phToken)
     if (!phToken)
         return Fail(ERROR_INVALID_PARAMETER);
     *phToken = nullptr;
-    DWORD id = Resolve(s, dwSessionId);
-    if (DWORD err = TakeFailure(s, kCallQueryUserToken, id))
-        return Fail(err);
-    const SimSession* p = FindSession(s, id);
-    if (!p)
-        return Fail(kErrNoSession);
-    if (!p->szUser[0])
-        return Fail(ERROR_NO_TOKEN);   // nobody has logged on to it yet
+    DWORD err = Check(s, kCallQueryUserToken, dwSessionId);
+    if (err || !FindSession(s, dwSessionId)->szUser[0])
+        return Fail(err ? err : ERROR_NO_TOKEN); // no token before the logon is complete
     HANDLE hProcessToken = nullptr;
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_DUPLICATE | TOKEN_QUERY, &hProcessToken))
         return FALSE;
-    HANDLE hToken = nullptr;
-    BOOL ok = DuplicateTokenEx(hProcessToken, MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary, &hToken);
-    DWORD err = GetLastError();
+    BOOL ok = DuplicateTokenEx(hProcessToken, MAXIMUM_ALLOWED, nullptr, SecurityImpersonation, TokenPrimary, phToken);
+    err = GetLastError();
     CloseHandle(hProcessToken);
-    if (!ok)
-        return Fail(err);
-    s.nTokens++;
-    *phToken = hToken;
-    return TRUE;
+    return ok ? (s.nTokens++, TRUE) : Fail(err);
 }
 
-BOOL RegisterSessionNotification(SimState& s, HWND hWnd, DWORD dwFlags)
+BOOL RegisterSessionNotification(SimState& s, HWND hWnd, DWORD)
 {
-    (void)dwFlags;
-    if (!hWnd)
-        return Fail(ERROR_INVALID_PARAMETER);
-    if (DWORD err = TakeFailure(s, kCallRegister, kAnySession))
-        return Fail(err);
-    s.nRegistrations++;
-    return TRUE;
+    DWORD err = hWnd ? TakeFailure(s, kCallRegister, kAnySession) : ERROR_INVALID_PARAMETER;
+    return err ? Fail(err) : (s.nRegistrations++, TRUE);
 }
 
 BOOL UnRegisterSessionNotification(SimState& s, HWND hWnd)
 {
-    if (!hWnd)
-        return Fail(ERROR_INVALID_PARAMETER);
-    s.nRegistrations--;
-    return TRUE;
-}
-
-DWORD GetActiveConsoleSessionId(SimState& s)
-{
-    for (DWORD i = 0; i < s.nSessions; i++) {
-        const SimSession& p = s.sessions[i];
-        if (!p.bRemote && (p.state == WTSActive || p.state == WTSConnected))
-            return p.dwId;
-    }
-    return 0xFFFFFFFF;
+    return hWnd ? (s.nRegistrations--, TRUE) : Fail(ERROR_INVALID_PARAMETER);
 }
 
 int StartProcessInSession(SimState& s, DWORD dwSessionId, const wchar_t* pszCmdLine)
 {
-    DWORD err = TakeFailure(s, kCallStartProcess, dwSessionId);
-    if (!err) {
-        const SimSession* p = FindSession(s, dwSessionId);
-        if (!p)
-            err = kErrNoSession;
-        else if (!p->szUser[0])
-            err = ERROR_NO_TOKEN;
-    }
-    if (s.nProcesses < kMaxProcesses) {
-        SimProcess& r = s.processes[s.nProcesses++];
-        r.nSeq = NextSeq(s);
-        r.dwSession = dwSessionId;
-        StrCopy(r.szCmdLine, pszCmdLine);
-        r.dwError = err;
-    } else {
-        s.nDropped++;
-    }
-    if (err)
-        return Fail(err);
-    return 1;
+    DWORD err = Check(s, kCallStartProcess, dwSessionId);
+    if (!err && !FindSession(s, dwSessionId)->szUser[0])
+        err = ERROR_NO_TOKEN;
+    if (SimProcess* r = Record(s, s.nProcesses, s.processes, dwSessionId, err))
+        StrCopy(r->szCmdLine, pszCmdLine);
+    return err ? Fail(err) : 1;
 }
 
 } // namespace simts

@@ -14,38 +14,32 @@ std::vector<std::wstring> Items(const StrList& list)
     return out;
 }
 
-static const wchar_t kTestRoot[] = L"Software\\VantrelTests";
-
-ScopedTestKey::ScopedTestKey(const wchar_t* hint)
+// "<hint>_<pid>_<n>": unique across the test programs running at once.
+static std::wstring UniqueName(const wchar_t* hint)
 {
     static LONG counter = 0;
-    wchar_t name[128];
-    _snwprintf(name, 127, L"%s_%lu_%ld", hint, GetCurrentProcessId(), InterlockedIncrement(&counter));
-    name[127] = 0;
-    sub_ = std::wstring(kTestRoot) + L"\\" + name;
-    path_ = L"HKCU\\" + sub_;
+    return hint + (L"_" + std::to_wstring(GetCurrentProcessId())) + L"_" + std::to_wstring(InterlockedIncrement(&counter));
+}
+
+ScopedTestKey::ScopedTestKey(const wchar_t* hint) : sub_(L"Software\\VantrelTests\\" + UniqueName(hint)), path_(L"HKCU\\" + sub_)
+{
     RawDeleteTree(sub_);
 }
 
 ScopedTestKey::~ScopedTestKey() { RawDeleteTree(sub_); }
 
-bool RawKeyExists(const std::wstring& sub)
+static HKEY Open(const std::wstring& sub, bool create)
 {
-    HKEY k;
-    if (RegOpenKeyExW(HKEY_CURRENT_USER, sub.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS)
-        return false;
-    RegCloseKey(k);
-    return true;
+    HKEY k = nullptr;
+    LONG r = create ? RegCreateKeyExW(HKEY_CURRENT_USER, sub.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, nullptr)
+                    : RegOpenKeyExW(HKEY_CURRENT_USER, sub.c_str(), 0, KEY_READ, &k);
+    return r == ERROR_SUCCESS ? k : nullptr;
 }
 
-bool RawCreateKey(const std::wstring& sub)
-{
-    HKEY k;
-    if (RegCreateKeyExW(HKEY_CURRENT_USER, sub.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, nullptr) != ERROR_SUCCESS)
-        return false;
-    RegCloseKey(k);
-    return true;
-}
+static bool Close(HKEY k) { return k && RegCloseKey(k) == ERROR_SUCCESS; }
+
+bool RawKeyExists(const std::wstring& sub) { return Close(Open(sub, false)); }
+bool RawCreateKey(const std::wstring& sub) { return Close(Open(sub, true)); }
 
 void RawDeleteTree(const std::wstring& sub)
 {
@@ -53,46 +47,33 @@ void RawDeleteTree(const std::wstring& sub)
     RegDeleteKeyW(HKEY_CURRENT_USER, sub.c_str());
 }
 
-static bool RawSet(const std::wstring& sub, const wchar_t* name, DWORD type, const void* data, DWORD cb)
+bool RawSetBin(const std::wstring& sub, const wchar_t* name, const void* data, DWORD cb, DWORD type)
 {
-    HKEY k;
-    if (RegCreateKeyExW(HKEY_CURRENT_USER, sub.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &k, nullptr) != ERROR_SUCCESS)
-        return false;
-    LONG r = RegSetValueExW(k, name, 0, type, (const BYTE*)data, cb);
-    RegCloseKey(k);
-    return r == ERROR_SUCCESS;
+    HKEY k = Open(sub, true);
+    return (k && RegSetValueExW(k, name, 0, type, (const BYTE*)data, cb) == ERROR_SUCCESS) & Close(k);
 }
 
-bool RawSetDword(const std::wstring& sub, const wchar_t* name, DWORD v) { return RawSet(sub, name, REG_DWORD, &v, 4); }
+bool RawSetDword(const std::wstring& sub, const wchar_t* name, DWORD v) { return RawSetBin(sub, name, &v, 4, REG_DWORD); }
 
 bool RawSetStr(const std::wstring& sub, const wchar_t* name, const std::wstring& s, DWORD type)
 {
-    return RawSet(sub, name, type, s.c_str(), (DWORD)((s.size() + 1) * sizeof(wchar_t)));
-}
-
-bool RawSetBin(const std::wstring& sub, const wchar_t* name, const void* data, DWORD cb, DWORD type)
-{
-    return RawSet(sub, name, type, data, cb);
+    return RawSetBin(sub, name, s.c_str(), (DWORD)((s.size() + 1) * sizeof(wchar_t)), type);
 }
 
 bool RawGet(const std::wstring& sub, const wchar_t* name, DWORD* type, std::vector<BYTE>* data)
 {
-    HKEY k;
-    if (RegOpenKeyExW(HKEY_CURRENT_USER, sub.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS)
-        return false;
+    HKEY k = Open(sub, false);
     DWORD t = 0, cb = 0;
-    LONG r = RegQueryValueExW(k, name, nullptr, &t, nullptr, &cb);
-    if (r == ERROR_SUCCESS) {
-        std::vector<BYTE> buf(cb);
-        r = RegQueryValueExW(k, name, nullptr, &t, buf.empty() ? nullptr : buf.data(), &cb);
-        buf.resize(cb);
-        if (data)
-            *data = buf;
-        if (type)
-            *type = t;
-    }
-    RegCloseKey(k);
-    return r == ERROR_SUCCESS;
+    bool ok = k && RegQueryValueExW(k, name, nullptr, &t, nullptr, &cb) == ERROR_SUCCESS;
+    std::vector<BYTE> buf(cb + 1);
+    ok = ok && RegQueryValueExW(k, name, nullptr, &t, buf.data(), &cb) == ERROR_SUCCESS;
+    Close(k);
+    buf.resize(cb);
+    if (ok && data)
+        *data = buf;
+    if (ok && type)
+        *type = t;
+    return ok;
 }
 
 bool RawValueExists(const std::wstring& sub, const wchar_t* name) { return RawGet(sub, name, nullptr, nullptr); }
@@ -100,68 +81,43 @@ bool RawValueExists(const std::wstring& sub, const wchar_t* name) { return RawGe
 DWORD RawGetDword(const std::wstring& sub, const wchar_t* name, DWORD def)
 {
     std::vector<BYTE> d;
-    DWORD t;
-    if (!RawGet(sub, name, &t, &d) || d.size() != 4)
-        return def;
-    return *(DWORD*)d.data();
+    return RawGet(sub, name, nullptr, &d) && d.size() == 4 ? *(DWORD*)d.data() : def;
 }
 
 std::wstring RawGetStr(const std::wstring& sub, const wchar_t* name)
 {
     std::vector<BYTE> d;
-    DWORD t;
-    if (!RawGet(sub, name, &t, &d))
+    if (!RawGet(sub, name, nullptr, &d))
         return L"<absent>";
     std::wstring s((const wchar_t*)d.data(), d.size() / 2);
-    while (!s.empty() && s.back() == 0)
-        s.pop_back();
-    return s;
+    return s.substr(0, s.find_last_not_of(L'\0') + 1);
 }
 
-static bool QueryInfo(const std::wstring& sub, DWORD* subkeys, DWORD* values, FILETIME* ft)
+static DWORD Count(const std::wstring& sub, bool values)
 {
-    HKEY k;
-    if (RegOpenKeyExW(HKEY_CURRENT_USER, sub.c_str(), 0, KEY_READ, &k) != ERROR_SUCCESS)
-        return false;
-    LONG r = RegQueryInfoKeyW(k, nullptr, nullptr, nullptr, subkeys, nullptr, nullptr, values, nullptr, nullptr, nullptr, ft);
-    RegCloseKey(k);
-    return r == ERROR_SUCCESS;
+    HKEY k = Open(sub, false);
+    DWORD n[2] = {};
+    bool ok = k && RegQueryInfoKeyW(k, nullptr, nullptr, nullptr, &n[0], nullptr, nullptr, &n[1], nullptr, nullptr, nullptr,
+                                    nullptr) == ERROR_SUCCESS;
+    Close(k);
+    return ok ? n[values] : 0xFFFFFFFF;
 }
 
-DWORD RawCountValues(const std::wstring& sub)
-{
-    DWORD n = 0;
-    return QueryInfo(sub, nullptr, &n, nullptr) ? n : 0xFFFFFFFF;
-}
-
-DWORD RawCountSubKeys(const std::wstring& sub)
-{
-    DWORD n = 0;
-    return QueryInfo(sub, &n, nullptr, nullptr) ? n : 0xFFFFFFFF;
-}
+DWORD RawCountValues(const std::wstring& sub) { return Count(sub, true); }
+DWORD RawCountSubKeys(const std::wstring& sub) { return Count(sub, false); }
 
 ScopedTempDir::ScopedTempDir()
 {
-    static LONG counter = 0;
     wchar_t tmp[MAX_PATH + 1];
-    DWORD n = GetTempPathW(MAX_PATH, tmp);
-    tmp[n] = 0;
-    wchar_t name[64];
-    _snwprintf(name, 63, L"vxtest_%lu_%ld", GetCurrentProcessId(), InterlockedIncrement(&counter));
-    name[63] = 0;
-    path_ = std::wstring(tmp) + name;
+    tmp[GetTempPathW(MAX_PATH, tmp)] = 0;
+    path_ = tmp + UniqueName(L"vxtest");
     CreateDirectoryW(path_.c_str(), nullptr);
 }
 
 ScopedTempDir::~ScopedTempDir()
 {
-    // Double-zero-terminated list for the shell's recursive delete.
-    std::wstring from = path_;
-    from.push_back(0);
-    SHFILEOPSTRUCTW op{};
-    op.wFunc = FO_DELETE;
-    op.pFrom = from.c_str();
-    op.fFlags = FOF_NO_UI;
+    std::wstring from = path_ + L'\0'; // the shell wants a double-terminated list
+    SHFILEOPSTRUCTW op{nullptr, FO_DELETE, from.c_str(), nullptr, FOF_NO_UI, FALSE, nullptr, nullptr};
     SHFileOperationW(&op);
 }
 
@@ -180,12 +136,9 @@ bool ReadFileBytes(const std::wstring& path, std::vector<BYTE>* out)
 bool WriteFileBytes(const std::wstring& path, const void* data, size_t cb)
 {
     HANDLE h = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (h == INVALID_HANDLE_VALUE)
-        return false;
     DWORD put = 0;
-    BOOL ok = cb == 0 || WriteFile(h, data, (DWORD)cb, &put, nullptr);
-    CloseHandle(h);
-    return ok && put == cb;
+    BOOL ok = h != INVALID_HANDLE_VALUE && (cb == 0 || WriteFile(h, data, (DWORD)cb, &put, nullptr));
+    return ok & (h != INVALID_HANDLE_VALUE && CloseHandle(h)) && put == cb;
 }
 
 } // namespace vxtest

@@ -1,5 +1,5 @@
-// Shared test helpers: a private registry key per test, and raw registry access that does not
-// go through RegKey, so registry tests check what really landed in the registry.
+// Shared test helpers: a private registry key and folder per test, and raw registry access that
+// bypasses RegKey, so tests check what really landed in the registry.
 #pragma once
 #include <windows.h>
 
@@ -10,12 +10,10 @@ class StrList;
 
 namespace vxtest {
 
-// The entries of a string list, in order.
 std::vector<std::wstring> Items(const StrList& list);
 
-// A unique key below HKCU\Software\VantrelTests, deleted (with its whole tree) on construction
-// and destruction. path() is "HKCU\Software\VantrelTests\<name>"; sub() is the same without the
-// root, for raw calls on HKEY_CURRENT_USER.
+// A unique key below HKCU\Software\VantrelTests, deleted with its tree before and after.
+// path() starts with "HKCU\"; sub() is the same without the root, for the Raw* calls.
 class ScopedTestKey {
 public:
     explicit ScopedTestKey(const wchar_t* hint = L"t");
@@ -31,24 +29,19 @@ private:
     std::wstring sub_, path_;
 };
 
-// Raw registry access on HKEY_CURRENT_USER (sub-paths without the root).
+// Raw registry access on HKEY_CURRENT_USER. RawGet is false when the value is absent.
 bool RawKeyExists(const std::wstring& sub);
 bool RawCreateKey(const std::wstring& sub);
 void RawDeleteTree(const std::wstring& sub);
 bool RawSetDword(const std::wstring& sub, const wchar_t* name, DWORD v);
 bool RawSetStr(const std::wstring& sub, const wchar_t* name, const std::wstring& s, DWORD type = REG_SZ);
 bool RawSetBin(const std::wstring& sub, const wchar_t* name, const void* data, DWORD cb, DWORD type = REG_BINARY);
-// Type and bytes of a value; false when it is absent.
 bool RawGet(const std::wstring& sub, const wchar_t* name, DWORD* type, std::vector<BYTE>* data);
 bool RawValueExists(const std::wstring& sub, const wchar_t* name);
 DWORD RawGetDword(const std::wstring& sub, const wchar_t* name, DWORD def = 0xFFFFFFFF);
-std::wstring RawGetStr(const std::wstring& sub, const wchar_t* name);
+std::wstring RawGetStr(const std::wstring& sub, const wchar_t* name); // "<absent>" when absent
 DWORD RawCountValues(const std::wstring& sub);
 DWORD RawCountSubKeys(const std::wstring& sub);
-// There is deliberately no last-write-time helper: Wine ignores a write of identical data and
-// type without touching the key's time, so a timestamp cannot prove that a write was skipped.
-// Store the equal data under another type first (DWORD as 4 binary bytes, REG_SZ as
-// REG_EXPAND_SZ): a skipped write keeps that type, a rewrite replaces it.
 
 // A fresh empty folder under the temporary folder, removed with its files on destruction.
 class ScopedTempDir {

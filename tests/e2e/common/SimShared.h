@@ -1,113 +1,86 @@
-// The simulated terminal server shared between processes: the end-to-end double of
-// wtsapi32.dll (inside the service and the in-session monitors) and the controlling program (the
-// end-to-end test, the demo).
-//
-// The session table and the records are the in-process simulator's own state record
-// (support/SimTerminalCore.h), kept in a file mapping so that every process of the Wine prefix
-// sees the same table. The file lives in the prefix's Windows folder (Temp\VantrelSimTerminal.bin):
-// each prefix has its own, it outlives the short-lived controller commands, and it needs no
-// process to hold it open while nothing runs. A named mutex serialises every call over the
-// record, as the in-process simulator's critical section does.
-//
-// Beside the core record the shared block keeps two records of its own: the user tokens the
-// service asked for (the step right before it starts a program in a session) and the processes
-// that loaded the double (the in-session monitors load it to register for session
-// notifications), with their command lines.
+// The simulated terminal server's state (support/SimTerminalCore.h) in a file mapping of the Wine
+// prefix (C:\windows\Temp\VantrelSimTerminal.bin), shared by the wtsapi32.dll double inside the
+// product's processes and the controller. A named mutex serialises every call over it.
 #pragma once
 #include <windows.h>
 
+#include <cstring>
+
+#include "base/StrUtil.h"
 #include "support/SimTerminalCore.h"
 
 namespace simshared {
 
-const DWORD kMagic = 0x56534D31;   // "VSM1": a block that has been set up
-const DWORD kVersion = 1;
-
-enum {
-    kMaxTokenRequests = 1024,
-    kMaxAttaches = 256,
-    kCmdLineChars = 1024,
-};
-
-// One WTSQueryUserToken call: the service starts a program in the session right after it.
-struct TokenRequest {
-    DWORD nSeq;
-    DWORD dwSession;
-    DWORD dwPid;        // the caller (the service)
-    DWORD dwError;      // 0 when a token was handed out
-};
-
-// One process that loaded the double.
-struct Attach {
-    DWORD nSeq;
-    DWORD dwPid;
-    int bDetached;      // it unloaded the double (a process that ends normally does)
-    DWORD nRegistered;    // its session notification registrations
-    DWORD nRegistrations; // its registrations minus removals
-    wchar_t szCmdLine[kCmdLineChars];
-};
+const DWORD kMagic = 0x56534D32;
 
 struct Block {
     DWORD dwMagic;
-    DWORD dwVersion;
     DWORD cbBlock;
-    DWORD dwResets;     // how many times the controller emptied the block
     simts::SimState state;
-    DWORD nTokenRequests;
-    TokenRequest tokenRequests[kMaxTokenRequests];
-    DWORD nAttaches;
-    Attach attaches[kMaxAttaches];
 };
 
-// The mapped block of this prefix, created (and set up) on first use. One per process.
 class Shared {
 public:
-    Shared();
-    ~Shared();
-    Shared(const Shared&) = delete;
-    Shared& operator=(const Shared&) = delete;
-
-    // Maps the block; nonzero when it is ready. The reason of a failure stays in the last error.
-    int Open();
-    Block* Get() { return pBlock; }
-
-    // Takes the table's mutex (an abandoned mutex counts as taken: a controller killed halfway
-    // leaves the record as it was, which is still a valid record). 0 after timeoutMs.
-    int Lock(DWORD timeoutMs = 10000);
-    void Unlock();
-
-    // Empties the table and every record.
-    void ResetAll();
-
-    // The path of the block's file in this prefix.
-    static int GetPath(wchar_t* path, unsigned cch);
+    // Maps the block, set up on first use; 0 with the reason in the last error.
+    int Open()
+    {
+        if (pBlock)
+            return 1;
+        // Open to everyone: on Windows the service runs under another account than the controller.
+        SECURITY_DESCRIPTOR sd;
+        InitializeSecurityDescriptor(&sd, SECURITY_DESCRIPTOR_REVISION);
+        SetSecurityDescriptorDacl(&sd, TRUE, nullptr, FALSE);
+        SECURITY_ATTRIBUTES sa = {sizeof sa, &sd, FALSE};
+        wchar_t path[MAX_PATH + 32];
+        UINT n = GetSystemWindowsDirectoryW(path, MAX_PATH);
+        hMutex = CreateMutexW(&sa, FALSE, L"Global\\VantrelSimTerminalLock");
+        if (!n || n >= MAX_PATH || !hMutex || !Lock())
+            return 0;
+        StrAppend(path, L"\\Temp\\VantrelSimTerminal.bin");
+        HANDLE hFile = CreateFileW(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &sa,
+                                   OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        HANDLE hMap = hFile == INVALID_HANDLE_VALUE
+                          ? nullptr : CreateFileMappingW(hFile, &sa, PAGE_READWRITE, 0, sizeof(Block), nullptr);
+        pBlock = hMap ? (Block*)MapViewOfFile(hMap, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(Block)) : nullptr;
+        DWORD err = GetLastError();
+        if (pBlock && (pBlock->dwMagic != kMagic || pBlock->cbBlock != sizeof(Block))) {
+            memset(pBlock, 0, sizeof(Block));   // a new file, or one of another build
+            simts::Reset(pBlock->state);
+            pBlock->dwMagic = kMagic;
+            pBlock->cbBlock = sizeof(Block);
+        }
+        if (hMap)   // the view keeps the mapping
+            CloseHandle(hMap);
+        if (hFile != INVALID_HANDLE_VALUE)
+            CloseHandle(hFile);
+        Unlock();
+        SetLastError(err);
+        return pBlock != nullptr;
+    }
+    simts::SimState& State() { return pBlock->state; }
+    // An abandoned mutex counts as taken: a process killed halfway leaves a valid record.
+    int Lock(DWORD ms = 10000)
+    {
+        DWORD w = WaitForSingleObject(hMutex, ms);
+        return w == WAIT_OBJECT_0 || w == WAIT_ABANDONED;
+    }
+    void Unlock() { ReleaseMutex(hMutex); }
 
 private:
-    HANDLE hFile;
-    HANDLE hMapping;
-    HANDLE hMutex;
-    Block* pBlock;
+    HANDLE hMutex = nullptr;
+    Block* pBlock = nullptr;
 };
 
-// Holds the table's mutex for a scope.
-class Locked {
-public:
-    explicit Locked(Shared& s, DWORD timeoutMs = 10000) : shared(s), bLocked(s.Lock(timeoutMs)) {}
+// Holds the mutex for a scope.
+struct Locked {
+    explicit Locked(Shared& s) : shared(s), bLocked(s.Lock()) {}
     ~Locked()
     {
         if (bLocked)
             shared.Unlock();
     }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-    explicit operator bool() const { return bLocked != 0; }
-
-private:
     Shared& shared;
-    int bLocked;
+    const int bLocked;
 };
-
-// The sequence number shared by every record of the block.
-inline DWORD NextSeq(Block& b) { return ++b.state.nSeq; }
 
 } // namespace simshared

@@ -1,180 +1,87 @@
-// wtsapi32.dll for the end-to-end runs: the Terminal Services calls the product makes, answered
-// from the simulated terminal server's table that the controlling program sets (common/SimShared.h).
-//
-// Placed beside VXA64.EXE and loaded instead of Wine's own library (a DLL override in the test
-// prefix), it lets the unmodified service enumerate and query simulated sessions, and records
-// every logoff and message box the product asks for. Wine's own functions answer with canned
-// values (no sessions, "root" for every user, success for every logoff), which would prove
-// nothing.
-//
-// The user token is real: the caller's own process token, duplicated as a primary token, so that
-// CreateProcessAsUserW really starts the in-session programs under Wine.
+// wtsapi32.dll for the end-to-end runs: placed beside VXA64.EXE and preferred to Wine's own (whose
+// canned answers prove nothing), it answers the unmodified product from the simulated table that
+// the controller sets, and records every logoff, message box and user token asked for. The token
+// is the caller's own, so CreateProcessAsUserW really starts the in-session programs under Wine.
 #include <windows.h>
 #include <wtsapi32.h>
 
-#include <cstring>
-
-#include "base/StrUtil.h"
 #include "common/SimShared.h"
 
 namespace {
-
 simshared::Shared g_shared;
 int g_bReady = 0;
-DWORD g_dwMyAttach = 0xFFFFFFFF;   // this process's record in attaches
-
-simshared::Attach* MyAttach(simshared::Block& b)
-{
-    if (g_dwMyAttach < b.nAttaches && b.attaches[g_dwMyAttach].dwPid == GetCurrentProcessId())
-        return &b.attaches[g_dwMyAttach];
-    return nullptr;
-}
-
-void RecordAttach()
-{
-    simshared::Locked lock(g_shared);
-    if (!lock)
-        return;
-    simshared::Block& b = *g_shared.Get();
-    if (b.nAttaches >= simshared::kMaxAttaches) {
-        b.state.nDropped++;
-        return;
-    }
-    g_dwMyAttach = b.nAttaches++;
-    simshared::Attach& a = b.attaches[g_dwMyAttach];
-    memset(&a, 0, sizeof a);
-    a.nSeq = simshared::NextSeq(b);
-    a.dwPid = GetCurrentProcessId();
-    StrCopy(a.szCmdLine, simshared::kCmdLineChars, GetCommandLineW());
-}
-
-void RecordDetach()
-{
-    simshared::Locked lock(g_shared, 2000);
-    if (!lock)
-        return;
-    if (simshared::Attach* a = MyAttach(*g_shared.Get()))
-        a->bDetached = 1;
-}
-
-// The table is there, or the call fails as the terminal server does when it cannot be reached.
-bool Ready()
-{
-    if (g_bReady)
-        return true;
-    SetLastError(RPC_S_SERVER_UNAVAILABLE);
-    return false;
-}
-
 } // namespace
 
-// Each entry point: the table's mutex around one core function. A table that cannot be locked
-// answers as an unreachable terminal server.
-#define SIM_LOCKED(failValue)                     \
-    if (!Ready())                                 \
-        return failValue;                         \
-    simshared::Locked lock(g_shared);             \
-    if (!lock) {                                  \
-        SetLastError(RPC_S_SERVER_TOO_BUSY);      \
-        return failValue;                         \
-    }                                             \
-    simshared::Block& b = *g_shared.Get();
+#define API extern "C" __declspec(dllexport)
 
-extern "C" {
+// Each entry point: one core call under the table's mutex. A table that cannot be had answers as
+// an unreachable terminal server.
+#define SIM_LOCKED(failValue)                                                                      \
+    simshared::Locked lock(g_shared);                                                              \
+    if (!g_bReady || !lock.bLocked) {                                                              \
+        SetLastError(RPC_S_SERVER_UNAVAILABLE);                                                    \
+        return failValue;                                                                          \
+    }                                                                                              \
+    simts::SimState& s = g_shared.State();
 
-BOOL WINAPI WTSEnumerateSessionsW(HANDLE hServer, DWORD dwReserved, DWORD dwVersion, PWTS_SESSION_INFOW* ppSessionInfo,
-                                  DWORD* pCount)
+API BOOL WINAPI WTSEnumerateSessionsW(HANDLE hServer, DWORD dwReserved, DWORD dwVersion, PWTS_SESSION_INFOW* ppInfo,
+                                      DWORD* pCount)
 {
     SIM_LOCKED(FALSE)
-    return simts::EnumerateSessions(b.state, hServer, dwReserved, dwVersion, ppSessionInfo, pCount);
+    return simts::EnumerateSessions(s, hServer, dwReserved, dwVersion, ppInfo, pCount);
 }
 
-BOOL WINAPI WTSQuerySessionInformationW(HANDLE hServer, DWORD dwSessionId, WTS_INFO_CLASS infoClass, LPWSTR* ppBuffer,
-                                        DWORD* pBytesReturned)
+API BOOL WINAPI WTSQuerySessionInformationW(HANDLE hServer, DWORD dwSessionId, WTS_INFO_CLASS infoClass,
+                                            LPWSTR* ppBuffer, DWORD* pBytesReturned)
 {
     SIM_LOCKED(FALSE)
-    return simts::QuerySessionInformation(b.state, hServer, dwSessionId, infoClass, ppBuffer, pBytesReturned);
+    return simts::QuerySessionInformation(s, hServer, dwSessionId, infoClass, ppBuffer, pBytesReturned);
 }
 
-void WINAPI WTSFreeMemory(PVOID pMemory)
+API void WINAPI WTSFreeMemory(PVOID pMemory)
 {
     SIM_LOCKED()
-    simts::FreeMemory(b.state, pMemory);
+    simts::FreeMemory(s, pMemory);
 }
 
-BOOL WINAPI WTSLogoffSession(HANDLE hServer, DWORD dwSessionId, BOOL bWait)
+API BOOL WINAPI WTSLogoffSession(HANDLE hServer, DWORD dwSessionId, BOOL bWait)
 {
     SIM_LOCKED(FALSE)
-    return simts::LogoffSession(b.state, hServer, dwSessionId, bWait);
+    return simts::LogoffSession(s, hServer, dwSessionId, bWait);
 }
 
-BOOL WINAPI WTSSendMessageW(HANDLE hServer, DWORD dwSessionId, LPWSTR pTitle, DWORD cbTitle, LPWSTR pMessage,
-                            DWORD cbMessage, DWORD dwStyle, DWORD dwTimeout, DWORD* pResponse, BOOL bWait)
+API BOOL WINAPI WTSSendMessageW(HANDLE hServer, DWORD dwSessionId, LPWSTR pTitle, DWORD cbTitle, LPWSTR pMessage,
+                                DWORD cbMessage, DWORD dwStyle, DWORD dwTimeout, DWORD* pResponse, BOOL bWait)
 {
     SIM_LOCKED(FALSE)
-    return simts::SendMessageBox(b.state, hServer, dwSessionId, pTitle, cbTitle, pMessage, cbMessage, dwStyle,
-                                 dwTimeout, pResponse, bWait);
+    return simts::SendMessageBox(s, hServer, dwSessionId, pTitle, cbTitle, pMessage, cbMessage, dwStyle, dwTimeout,
+                                 pResponse, bWait);
 }
 
-BOOL WINAPI WTSQueryUserToken(ULONG SessionId, PHANDLE phToken)
+// The service takes a session's token to start a program in it: recorded as a process start.
+API BOOL WINAPI WTSQueryUserToken(ULONG SessionId, PHANDLE phToken)
 {
     SIM_LOCKED(FALSE)
-    BOOL ok = simts::QueryUserToken(b.state, SessionId, phToken);
-    DWORD err = ok ? 0 : GetLastError();
-    if (b.nTokenRequests < simshared::kMaxTokenRequests) {
-        simshared::TokenRequest& r = b.tokenRequests[b.nTokenRequests++];
-        r.nSeq = simshared::NextSeq(b);
-        r.dwSession = SessionId;
-        r.dwPid = GetCurrentProcessId();
-        r.dwError = err;
-    } else {
-        b.state.nDropped++;
-    }
-    SetLastError(err);
-    return ok;
+    return simts::StartProcessInSession(s, SessionId, L"") && simts::QueryUserToken(s, SessionId, phToken);
 }
 
-BOOL WINAPI WTSRegisterSessionNotification(HWND hWnd, DWORD dwFlags)
+API BOOL WINAPI WTSRegisterSessionNotification(HWND hWnd, DWORD dwFlags)
 {
     SIM_LOCKED(FALSE)
-    BOOL ok = simts::RegisterSessionNotification(b.state, hWnd, dwFlags);
-    if (ok)
-        if (simshared::Attach* a = MyAttach(b)) {
-            a->nRegistered++;
-            a->nRegistrations++;
-        }
-    return ok;
+    return simts::RegisterSessionNotification(s, hWnd, dwFlags);
 }
 
-BOOL WINAPI WTSUnRegisterSessionNotification(HWND hWnd)
+API BOOL WINAPI WTSUnRegisterSessionNotification(HWND hWnd)
 {
     SIM_LOCKED(FALSE)
-    BOOL ok = simts::UnRegisterSessionNotification(b.state, hWnd);
-    if (ok)
-        if (simshared::Attach* a = MyAttach(b))
-            a->nRegistrations--;
-    return ok;
+    return simts::UnRegisterSessionNotification(s, hWnd);
 }
 
-BOOL WINAPI DllMain(HINSTANCE hInstance, DWORD dwReason, LPVOID)
+extern "C" BOOL WINAPI DllMain(HINSTANCE hInstance, DWORD dwReason, LPVOID)
 {
-    switch (dwReason) {
-    case DLL_PROCESS_ATTACH:
+    if (dwReason == DLL_PROCESS_ATTACH) {
         DisableThreadLibraryCalls(hInstance);
         g_bReady = g_shared.Open();
-        if (g_bReady)
-            RecordAttach();
-        break;
-    case DLL_PROCESS_DETACH:
-        if (g_bReady)
-            RecordDetach();
-        break;
-    default:
-        break;
     }
     return TRUE;
 }
-
-} // extern "C"
-
-#undef SIM_LOCKED
