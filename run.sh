@@ -14,8 +14,10 @@ mkdir -p dist
 for f in VXDA64.DLL VXHA64.DLL VXA64.EXE VantrelA64.EXE; do
   cp "$build/bin/$f" dist/
 done
+# The administrative templates, laid out as a PolicyDefinitions folder (the central store's shape).
+cp -r packaging/policy dist/PolicyDefinitions
 echo "Vantrel binaries in $(pwd)/dist:"
-ls -l dist
+ls -lR dist
 
 # The windows as a person sees them, into docs/screenshots/ (needs a virtual X screen, which the
 # script installs). A failure here is reported but leaves the binaries in place.

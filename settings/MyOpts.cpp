@@ -35,8 +35,6 @@ wchar_t MyOpts::szGPOStoragePath[260];
 
 MyOpts::LookupWellKnownNameFn MyOpts::pfnLookupWellKnownName = MyOpts::LookupWellKnownName;
 MyOpts::GetPwrCapabilitiesFn MyOpts::pfnGetPwrCapabilities = ::GetPwrCapabilities;
-MyOpts::GPOFn MyOpts::pfnLoadFromGPO = nullptr;
-MyOpts::GPOFn MyOpts::pfnStoreToGPO = nullptr;
 
 MyOpts::MyOpts()
     : BoolOpts(L"Options"), bReadTemp(0), bKeepLists(0), hrGPO(0), bPolicyInEffect(0), nPolicyState(0), bEnable(0),

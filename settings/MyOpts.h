@@ -11,6 +11,8 @@
 #include "settings/Schedule.h"
 #include "storage/StrList.h"
 
+class GPObj;
+
 class MyOpts : public BoolOpts {
 public:
     MyOpts();
@@ -19,6 +21,8 @@ public:
     MyOpts& operator=(const MyOpts&) = delete;
 
     void Reset() override;
+    // Also reads the policy, or a Group Policy object, on a computer without a local settings key.
+    int Load() override;
     void OnLoad(RegKey& key) override;
     void OnStore(RegKey& key) override;
 
@@ -63,11 +67,35 @@ public:
     static int LookupWellKnownName(WELL_KNOWN_SID_TYPE type, wchar_t* name, unsigned cch);
     typedef BOOLEAN (*GetPwrCapabilitiesFn)(SYSTEM_POWER_CAPABILITIES* caps);
     static GetPwrCapabilitiesFn pfnGetPwrCapabilities;
-    // Loading and storing inside a domain Group Policy object (set where that support is built
-    // in); without it such a load or store records REGDB_E_CLASSNOTREG in hrGPO.
-    typedef int (*GPOFn)(MyOpts* opts);
-    static GPOFn pfnLoadFromGPO;
-    static GPOFn pfnStoreToGPO;
+    // Loading and storing inside the domain Group Policy object at szGPOPath (the configuration
+    // utility's; COM initialised on the thread). A failure to open it leaves its HRESULT in hrGPO
+    // and an empty szGPODisplayName; a store that cannot write or save leaves its HRESULT too.
+    int LoadFromGPO(); // 1 when the object was opened
+    void StoreToGPO();
+    // The file that keeps the complete settings of a Group Policy object: the data folder's
+    // "GPOcache" subfolder, file named with the object's unique name; in szGPOStoragePath; empty
+    // when it cannot be made. With bCreate the data folder and "GPOcache" are created when missing
+    // (never over a file).
+    static const wchar_t* GetGPOStoragePath(GPObj* gpo, int bCreate);
+    static wchar_t szGPOStoragePath[260];
+    // Where the data folder is (tests point the cache elsewhere).
+    typedef int(WINAPI* DataFolderFn)(wchar_t* buf);
+    static DataFolderFn pfnGetDataFolder;
+
+    // The integer settings in the order they are stored (the local key and a Group Policy object).
+    struct StoredInt {
+        const wchar_t* const* name;
+        int MyOpts::*field;
+    };
+    static const StoredInt aStoredInts[15];
+    // The integer settings after "Enable" in the order they are read, with the range a policy
+    // inside a Group Policy object must respect (outside it: the replacement).
+    struct LoadedInt {
+        const wchar_t* const* name;
+        int MyOpts::*field;
+        int lo, hi, replacement;
+    };
+    static const LoadedInt aLoadedInts[14];
 
     // Caller flags and Group Policy state (never stored, never reset).
     int bReadTemp;
@@ -130,7 +158,6 @@ public:
     static const wchar_t* pszLicLimit;
     static const wchar_t* pszLicKey;
     static const wchar_t* pszLicHideKey;
-    static wchar_t szGPOStoragePath[260];
 
 private:
     void AddDefaultGroups();

@@ -1,6 +1,7 @@
 // Where the settings live and how they are read and written: the machine policy key wins as a
 // whole once it holds "Enable"; otherwise the local settings key; the "Temp" subkey when a
 // staged copy is asked for. Writing never touches the policy keys.
+#include <climits>
 #include <vector>
 
 #include "base/ProductInfo.h"
@@ -14,12 +15,7 @@ void MyOpts::OnLoad(RegKey&)
         ReadPolicy();
         return;
     }
-    if (pfnLoadFromGPO) {
-        pfnLoadFromGPO(this);
-        return;
-    }
-    hrGPO = REGDB_E_CLASSNOTREG;
-    szGPODisplayName[0] = 0;
+    LoadFromGPO();
 }
 
 void MyOpts::OnStore(RegKey&)
@@ -28,11 +24,19 @@ void MyOpts::OnStore(RegKey&)
         WritePolicy();
         return;
     }
-    if (pfnStoreToGPO) {
-        pfnStoreToGPO(this);
-        return;
-    }
-    hrGPO = REGDB_E_CLASSNOTREG;
+    StoreToGPO();
+}
+
+int MyOpts::Load()
+{
+    if (BoolOpts::Load())
+        return 1;
+    // The framework reads nothing without the local settings key (Reset has run). A computer that
+    // has never stored settings of its own may still be managed by a policy, and the utility may
+    // still edit a Group Policy object there.
+    if (bReadTemp)
+        return 0;
+    return szGPOPath[0] ? LoadFromGPO() : ReadPolicy();
 }
 
 int MyOpts::ReadPolicy()
@@ -64,24 +68,12 @@ int MyOpts::ReadPolicy()
         int notConfigured = pol.GetInt(pszNotConfigured, scope);
         nPolicyState = notConfigured == 1 ? 0 : (bEnable ? 1 : 2);
     }
-    readInt(pszLogoffStale, bLogoffStale);
-    readInt(pszLogoffStaleCount, nLogoffStaleCount);
-    readInt(pszKeepLastActiveUser, bKeepLastActiveUser);
-    readInt(pszFullScreen, bFullScreen);
-    readInt(pszMonitorKB, bMonitorKB);
-    readInt(pszMonitorMouse, bMonitorMouse);
-    readInt(pszMonitorCPU, bMonitorCPU);
-    readInt(pszPercentCPU, nPercentCPU);
-    readInt(pszIdleTimeout, nTimeout);
-    readInt(pszMsgTimeout, nMsgTimeout);
-    readInt(pszShutdown, bShutdown);
-    readInt(pszShutdownTimeout, nShutdownTimeout);
-    readInt(pszShutdownAction, nShutdownAction);
+    for (const LoadedInt& entry : aLoadedInts)
+        readInt(*entry.name, this->*entry.field);
     // Only the power action is checked here: an unknown action must never reach the computer.
     // Other numbers are kept as the administrator stored them.
     if (nShutdownAction < 1 || nShutdownAction > 3)
         nShutdownAction = 1;
-    readInt(pszUseSchedule, bUseSchedule);
 
     int cch = pol.GetStrSizeChars(pszSchedule, scope);
     if (cch > 0) {
@@ -106,6 +98,41 @@ int MyOpts::ReadPolicy()
     return 1;
 }
 
+const MyOpts::LoadedInt MyOpts::aLoadedInts[14] = {
+    {&pszLogoffStale, &MyOpts::bLogoffStale, INT_MIN, INT_MAX, 0},
+    {&pszLogoffStaleCount, &MyOpts::nLogoffStaleCount, 1, nMaxMinutes, 5},
+    {&pszKeepLastActiveUser, &MyOpts::bKeepLastActiveUser, INT_MIN, INT_MAX, 0},
+    {&pszFullScreen, &MyOpts::bFullScreen, INT_MIN, INT_MAX, 0},
+    {&pszMonitorKB, &MyOpts::bMonitorKB, INT_MIN, INT_MAX, 0},
+    {&pszMonitorMouse, &MyOpts::bMonitorMouse, INT_MIN, INT_MAX, 0},
+    {&pszMonitorCPU, &MyOpts::bMonitorCPU, INT_MIN, INT_MAX, 0},
+    {&pszPercentCPU, &MyOpts::nPercentCPU, INT_MIN, INT_MAX, 0}, // never checked
+    {&pszIdleTimeout, &MyOpts::nTimeout, 1, nMaxMinutes, 10},
+    {&pszMsgTimeout, &MyOpts::nMsgTimeout, INT_MIN, nMaxMinutes, 5},
+    {&pszShutdown, &MyOpts::bShutdown, INT_MIN, INT_MAX, 0},
+    {&pszShutdownTimeout, &MyOpts::nShutdownTimeout, 1, nMaxMinutes, 10},
+    {&pszShutdownAction, &MyOpts::nShutdownAction, 1, 3, 1},
+    {&pszUseSchedule, &MyOpts::bUseSchedule, INT_MIN, INT_MAX, 0},
+};
+
+const MyOpts::StoredInt MyOpts::aStoredInts[15] = {
+    {&pszEnable, &MyOpts::bEnable},
+    {&pszIdleTimeout, &MyOpts::nTimeout},
+    {&pszMsgTimeout, &MyOpts::nMsgTimeout},
+    {&pszLogoffStale, &MyOpts::bLogoffStale},
+    {&pszLogoffStaleCount, &MyOpts::nLogoffStaleCount},
+    {&pszKeepLastActiveUser, &MyOpts::bKeepLastActiveUser},
+    {&pszFullScreen, &MyOpts::bFullScreen},
+    {&pszMonitorKB, &MyOpts::bMonitorKB},
+    {&pszMonitorMouse, &MyOpts::bMonitorMouse},
+    {&pszMonitorCPU, &MyOpts::bMonitorCPU},
+    {&pszPercentCPU, &MyOpts::nPercentCPU},
+    {&pszShutdown, &MyOpts::bShutdown},
+    {&pszShutdownTimeout, &MyOpts::nShutdownTimeout},
+    {&pszShutdownAction, &MyOpts::nShutdownAction},
+    {&pszUseSchedule, &MyOpts::bUseSchedule},
+};
+
 int MyOpts::WritePolicy()
 {
     const int scope = Policy::ScopeMachine;
@@ -121,28 +148,8 @@ int MyOpts::WritePolicy()
     if (bReadTemp)
         pol.SetInt(nPolicyState == 0 ? 1 : 0, pszNotConfigured, scope);
 
-    const struct {
-        const wchar_t* name;
-        int value;
-    } ints[] = {
-        {pszEnable, bEnable},
-        {pszIdleTimeout, nTimeout},
-        {pszMsgTimeout, nMsgTimeout},
-        {pszLogoffStale, bLogoffStale},
-        {pszLogoffStaleCount, nLogoffStaleCount},
-        {pszKeepLastActiveUser, bKeepLastActiveUser},
-        {pszFullScreen, bFullScreen},
-        {pszMonitorKB, bMonitorKB},
-        {pszMonitorMouse, bMonitorMouse},
-        {pszMonitorCPU, bMonitorCPU},
-        {pszPercentCPU, nPercentCPU},
-        {pszShutdown, bShutdown},
-        {pszShutdownTimeout, nShutdownTimeout},
-        {pszShutdownAction, nShutdownAction},
-        {pszUseSchedule, bUseSchedule},
-    };
-    for (const auto& entry : ints)
-        pol.SetInt(entry.value, entry.name, scope);
+    for (const StoredInt& entry : aStoredInts)
+        pol.SetInt(this->*entry.field, *entry.name, scope);
 
     pol.SetStr(pszSchedule, schedule.Get(), scope);
     pol.SetStr(pszMsgText, szMsgText, scope);

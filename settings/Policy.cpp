@@ -174,6 +174,11 @@ int Policy::SetStrList(StrList& list, const wchar_t* name, int scope)
     // "1", "2", ..., whatever it held before (stray values and subkeys, entries past the end of
     // a shorter list, an entry holding the same text under another type).
     sub.DelAll();
+    return PutListEntries(sub, list);
+}
+
+int Policy::PutListEntries(RegKey& sub, StrList& list)
+{
     unsigned n = 0;
     for (DMPos pos = list.GetHeadPosition(); pos;) {
         const wchar_t* s = list.GetNext(pos);

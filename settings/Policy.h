@@ -67,6 +67,8 @@ public:
 protected:
     // Makes sure a key is open: for reading, or for writing when bWrite is set.
     int Ready(int scope, int bWrite);
+    // Writes the entries as "1", "2", ... (each only when different); 0 at the first failure.
+    static int PutListEntries(RegKey& sub, StrList& list);
 
     RegKey key;
     int bWritable;

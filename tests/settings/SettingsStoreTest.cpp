@@ -151,21 +151,6 @@ TEST_F(SettingsKeys, StagingKeyCarriesThePolicyState)
     }
 }
 
-TEST_F(SettingsKeys, GroupPolicyObjectsWithoutSupportReportTheFailure)
-{
-    StrCopy(o.szGPOPath, L"LDAP://cn={0},cn=policies");
-    StrCopy(o.szGPODisplayName, L"old");
-    RawSetDword(L(), L"Timeout", 77);
-    o.Load();
-    EXPECT_EQ(o.hrGPO, REGDB_E_CLASSNOTREG);
-    EXPECT_STREQ(o.szGPODisplayName, L"");
-    EXPECT_EQ(o.nTimeout, 10) << "the local settings are not used for a policy object";
-    o.hrGPO = 0;
-    o.Store();
-    EXPECT_EQ(o.hrGPO, REGDB_E_CLASSNOTREG);
-    EXPECT_EQ(RawGetDword(L(), L"Timeout"), 77u) << "nor written";
-}
-
 TEST_F(SettingsKeys, SettingsFileRoundTrip)
 {
     o.Reset();

@@ -1,4 +1,4 @@
-#include "engine/DataFolder.h"
+#include "settings/DataFolder.h"
 
 #include <shlobj.h>
 
