@@ -54,3 +54,22 @@
 // The in-session monitor's messages about the hook library (%s: its path).
 #define IDS_CANNOT_LOAD_HOOK 110
 #define IDS_CANNOT_USE_HOOK 111
+
+// The schedule editor: its dialog and controls, and the texts of the schedule grid.
+#define IDD_SCHEDULE 105
+#define IDC_SCHEDULE_GRID 1048
+#define IDC_SCHEDULE_ACTIVE 1049
+#define IDC_SCHEDULE_INACTIVE 1050
+#define IDC_SCHEDULE_CLEAR 1052
+#define IDS_SCHED_ON 21401
+#define IDS_SCHED_OFF 21402
+#define IDS_SCHED_SET_SELECTED 21403
+#define IDS_SCHED_SELECT_ALL 21404
+#define IDS_SCHED_CLEAR_SELECTION 21407
+#define IDS_SCHED_LEGEND 21408
+#define IDS_SCHED_ACTIVE 21409
+#define IDS_SCHED_INACTIVE 21410
+#define IDS_SCHED_SELECTED_RANGE 21411
+#define IDS_SCHED_SELECTED_DAYS 21412
+#define IDS_SCHED_NO_SELECTION 21413
+#define IDS_SCHED_NONE_ACTIVE 21414

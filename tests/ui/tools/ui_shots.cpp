@@ -2,6 +2,7 @@
 //   ui_shots.exe status <rect file>   a status window with two rich lines and links
 //   ui_shots.exe msgbox <rect file>   the warning message box with bold text, a link and a live
 //                                     countdown
+//   ui_shots.exe schedule <rect file> the schedule editor with office hours and a selection
 // Once a scene has settled, the program writes "left top right bottom" of its window (screen
 // pixels) into the rect file, waits a few seconds for the photograph, then closes by itself.
 #include <windows.h>
@@ -10,6 +11,7 @@
 
 #include "base/Resources.h"
 #include "base/StrUtil.h"
+#include "config/DlgSchedule.h"
 #include "ui/DMDlg.h"
 #include "ui/DMStaticHTML.h"
 #include "ui/MsgBox.h"
@@ -34,9 +36,30 @@ void WriteRect(HWND hwnd)
     MoveFileExW(temp, g_pszRectFile, MOVEFILE_REPLACE_EXISTING);
 }
 
-class StatusScene : public DMDlg {
+// A dialog scene: photographed once it has settled, then closed.
+template <class Dialog> class Scene : public Dialog {
 public:
-    StatusScene() : DMDlg(100, GetModuleHandleW(nullptr)) {}
+    using Dialog::Dialog;
+
+protected:
+    void PhotographSoon()
+    {
+        this->StartTimer(1, 1500);
+        this->StartTimer(2, 6000);
+    }
+    int OnTimer(UINT_PTR id) override
+    {
+        if (id == 1)
+            WriteRect(this->GetHwnd());
+        else
+            this->End(IDOK);
+        return 1;
+    }
+};
+
+class StatusScene : public Scene<DMDlg> {
+public:
+    StatusScene() : Scene<DMDlg>(100, GetModuleHandleW(nullptr)) {}
 
 protected:
     BOOL OnInit() override
@@ -45,17 +68,8 @@ protected:
         line1.SetHTMLText(L"<b>Vantrel service:</b> <green>running</green>, monitoring 3 sessions. <a>Refresh now</a>");
         line2.Attach(GetItem(1024));
         line2.SetHTMLText(L"Last log off: <b>CORP\\alice</b> at 10:42. See <a1>the event log</a1> for details.");
-        StartTimer(1, 1500);
-        StartTimer(2, 6000);
+        PhotographSoon();
         return TRUE;
-    }
-    int OnTimer(UINT_PTR id) override
-    {
-        if (id == 1)
-            WriteRect(hWnd);
-        else
-            End(IDOK);
-        return 1;
     }
 
 private:
@@ -76,6 +90,34 @@ int Countdown(HWND box, unsigned tick, void*)
         WriteRect(box);
     return tick >= 8 ? IDOK : 0;
 }
+
+// The schedule editor on a working week, with Tuesday to Thursday afternoons selected.
+class ScheduleScene : public Scene<DlgSchedule> {
+public:
+    explicit ScheduleScene(Schedule& sch) : Scene<DlgSchedule>(sch) {}
+
+protected:
+    BOOL OnInit() override
+    {
+        const BOOL result = DlgSchedule::OnInit();
+        POINT pt;
+        const ScheduleLayout& l = GetGrid().GetLayout();
+        const Schedule::Day tuesday = Schedule::Tuesday;
+        int row = 0;
+        Schedule::Day days[7];
+        GetGrid().GetDisplayDays(days);
+        while (row < 6 && days[row] != tuesday)
+            ++row;
+        HWND grid = GetGrid().GetHwnd();
+        pt = {l.XOfQuarter(13 * 4) + 1, l.YOfRow(row) + 2};
+        SendMessageW(grid, WM_LBUTTONDOWN, MK_LBUTTON, MAKELPARAM(pt.x, pt.y));
+        pt = {l.XOfQuarter(16 * 4 + 2) + 1, l.YOfRow(row + 2) + 2};
+        SendMessageW(grid, WM_MOUSEMOVE, MK_LBUTTON, MAKELPARAM(pt.x, pt.y));
+        SendMessageW(grid, WM_LBUTTONUP, 0, MAKELPARAM(pt.x, pt.y));
+        PhotographSoon();
+        return result;
+    }
+};
 
 } // namespace
 
@@ -99,6 +141,12 @@ int wmain(int argc, wchar_t** argv)
                      L"<b>5:00</b> and any unsaved work will be discarded!<br><br><a>Why am I seeing this?</a>") > 0
                    ? 0
                    : 1;
+    }
+    if (StrEqual(argv[1], L"schedule")) {
+        Schedule sch;
+        sch.Set(L"Mon 7:30-18:00, Tue 7:30-18:00, Wed 7:30-18:00, Thu 7:30-18:00, Fri 7:30-16:00, Sat 9:00-13:00");
+        ScheduleScene scene(sch);
+        return scene.DoModal(nullptr) == IDOK ? 0 : 1;
     }
     return 2;
 }
