@@ -73,3 +73,10 @@
 #define IDS_SCHED_SELECTED_DAYS 21412
 #define IDS_SCHED_NO_SELECTION 21413
 #define IDS_SCHED_NONE_ACTIVE 21414
+
+// The custom warning-message editor and the data-loss warning.
+#define IDD_CUSTOM_MSG 103
+#define IDC_CUSTOM_MSG_TEXT 1016
+#define IDD_DATA_LOSS 104
+#define IDC_DATA_LOSS_ACCEPT 1026
+#define IDC_DATA_LOSS_ICON 1100

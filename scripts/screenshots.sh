@@ -39,7 +39,7 @@ set -euo pipefail
 wineserver -k 2>/dev/null || true
 wineserver -w 2>/dev/null || true
 [ -f "$WINEPREFIX/.vantrel-ready" ] || { wineboot -i >/dev/null 2>&1 || true; touch "$WINEPREFIX/.vantrel-ready"; }
-for scene in status msgbox schedule; do
+for scene in status msgbox schedule custommsg dataloss; do
     rect=$WORK/$scene.rect
     rm -f "$rect"
     ( cd "$BUILD/bin" && wine explorer /desktop=vantrel,1024x768 ui_shots.exe "$scene" "$(winepath -w "$rect")" \

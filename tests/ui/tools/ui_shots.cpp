@@ -3,6 +3,8 @@
 //   ui_shots.exe msgbox <rect file>   the warning message box with bold text, a link and a live
 //                                     countdown
 //   ui_shots.exe schedule <rect file> the schedule editor with office hours and a selection
+//   ui_shots.exe custommsg <rect file> the custom warning-message editor
+//   ui_shots.exe dataloss <rect file> the data-loss warning, accepted
 // Once a scene has settled, the program writes "left top right bottom" of its window (screen
 // pixels) into the rect file, waits a few seconds for the photograph, then closes by itself.
 #include <windows.h>
@@ -12,6 +14,8 @@
 #include "base/Resources.h"
 #include "base/StrUtil.h"
 #include "config/DlgSchedule.h"
+#include "config/DlgSmall.h"
+#include "resources/resource.h"
 #include "ui/DMDlg.h"
 #include "ui/DMStaticHTML.h"
 #include "ui/MsgBox.h"
@@ -119,6 +123,22 @@ protected:
     }
 };
 
+// The small dialogs as they open (the data-loss warning with its box ticked).
+template <class Dialog> class OpenScene : public Scene<Dialog> {
+public:
+    using Scene<Dialog>::Scene;
+
+protected:
+    BOOL OnInit() override
+    {
+        const BOOL result = Scene<Dialog>::OnInit();
+        if (HWND accept = GetDlgItem(this->GetHwnd(), IDC_DATA_LOSS_ACCEPT))
+            SendMessageW(accept, BM_CLICK, 0, 0);
+        this->PhotographSoon();
+        return result;
+    }
+};
+
 } // namespace
 
 int wmain(int argc, wchar_t** argv)
@@ -146,6 +166,16 @@ int wmain(int argc, wchar_t** argv)
         Schedule sch;
         sch.Set(L"Mon 7:30-18:00, Tue 7:30-18:00, Wed 7:30-18:00, Thu 7:30-18:00, Fri 7:30-16:00, Sat 9:00-13:00");
         ScheduleScene scene(sch);
+        return scene.DoModal(nullptr) == IDOK ? 0 : 1;
+    }
+    if (StrEqual(argv[1], L"custommsg")) {
+        OpenScene<DlgCustomMsg> scene(L"Your session has been idle for a while. Vantrel logs it off in %d minutes: "
+                                      L"save your work now, or press OK to stay.",
+                                      false);
+        return scene.DoModal(nullptr) == IDOK ? 0 : 1;
+    }
+    if (StrEqual(argv[1], L"dataloss")) {
+        OpenScene<DlgWarningDataLoss> scene;
         return scene.DoModal(nullptr) == IDOK ? 0 : 1;
     }
     return 2;
