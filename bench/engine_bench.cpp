@@ -46,18 +46,7 @@ DWORD ThreadCount()
 
 // Committed private memory of the process (thread stacks, heaps), summed over its address space:
 // the process counters do not report it everywhere.
-double PrivateMB()
-{
-    SIZE_T total = 0;
-    MEMORY_BASIC_INFORMATION mbi;
-    for (BYTE* p = nullptr; VirtualQuery(p, &mbi, sizeof(mbi)) == sizeof(mbi); p = (BYTE*)mbi.BaseAddress + mbi.RegionSize) {
-        if (mbi.State == MEM_COMMIT && mbi.Type == MEM_PRIVATE)
-            total += mbi.RegionSize;
-        if ((BYTE*)mbi.BaseAddress + mbi.RegionSize < p)
-            break;
-    }
-    return total / (1024.0 * 1024.0);
-}
+double PrivateMB() { return OwnPrivateBytes() / (1024.0 * 1024.0); }
 
 struct Running {
     double cpuPerSecond;

@@ -208,18 +208,7 @@ void Flood(double seconds)
 // process's loop (code 301 to the monitor's window, WM_QUIT to the idle loop's thread).
 const double kStartupSeconds = 1.0, kSpanSeconds = 5.0;
 
-double OwnPrivateKB()
-{
-    SIZE_T total = 0;
-    MEMORY_BASIC_INFORMATION mbi;
-    for (BYTE* p = nullptr; VirtualQuery(p, &mbi, sizeof(mbi)) == sizeof(mbi); p = (BYTE*)mbi.BaseAddress + mbi.RegionSize) {
-        if (mbi.State == MEM_COMMIT && mbi.Type == MEM_PRIVATE)
-            total += mbi.RegionSize;
-        if ((BYTE*)mbi.BaseAddress + mbi.RegionSize < p)
-            break;
-    }
-    return total / 1024.0;
-}
+double OwnPrivateKB() { return OwnPrivateBytes() / 1024.0; }
 
 struct Sampler {
     std::wstring file;
