@@ -11,11 +11,13 @@ cmake --build "$build"
 
 rm -rf dist
 mkdir -p dist
-for f in VXDA64.DLL VXHA64.DLL VXA64.EXE VantrelA64.EXE; do
+for f in VXDA64.DLL VXHA64.DLL VXA64.EXE VantrelA64.EXE Vantrel.chm; do
   cp "$build/bin/$f" dist/
 done
 # The administrative templates, laid out as a PolicyDefinitions folder (the central store's shape).
 cp -r packaging/policy dist/PolicyDefinitions
+# The same files as one Windows Installer package, per machine (README: "Installing with the MSI").
+scripts/build-msi.sh dist dist/Vantrel.msi
 echo "Vantrel binaries in $(pwd)/dist:"
 ls -lR dist
 

@@ -32,6 +32,13 @@ const DWORD kStopPollMs = 1000;
 const unsigned kMaxBinaryPath = 260;
 // The failure box: the message, the system's text for the reason, Retry and Cancel (0x15).
 const UINT kFailureBox = MB_RETRYCANCEL | MB_ICONERROR | MsgBoxModel::kAppendLastError;
+// Recovery: a service whose process dies is started again a minute later, twice; a third
+// failure within a day leaves it stopped rather than restarting a process that keeps failing.
+// A day without failure starts the count again. Setting them needs the right to change the
+// configuration, and restart actions also the right to start.
+const DWORD kRecoveryAccess = SERVICE_CHANGE_CONFIG | SERVICE_START;
+const DWORD kRestartDelayMs = 60 * 1000;
+const DWORD kFailureResetSeconds = 24 * 60 * 60;
 
 wchar_t g_szServiceName[257] = L"Vantrel";
 wchar_t g_szFolder[MAX_PATH] = L""; // empty: the folder of this module
@@ -323,6 +330,23 @@ int StopAndDelete()
     return pfnDeleteService(service.Get()) ? 1 : 0;
 }
 
+// Sets the recovery actions of the installed service. A service without them still runs, so a
+// refusal here is ignored and does not fail the installation.
+void SetRecoveryActions()
+{
+    ServiceHandle scm;
+    ServiceHandle service(OpenOurService(scm, kRecoveryAccess));
+    if (!service)
+        return;
+    SC_ACTION actions[] = {{SC_ACTION_RESTART, kRestartDelayMs}, {SC_ACTION_RESTART, kRestartDelayMs},
+                           {SC_ACTION_NONE, 0}};
+    SERVICE_FAILURE_ACTIONSW failure = {};
+    failure.dwResetPeriod = kFailureResetSeconds;
+    failure.cActions = sizeof(actions) / sizeof(actions[0]);
+    failure.lpsaActions = actions;
+    pfnChangeServiceFailureActions(service.Get(), &failure);
+}
+
 // The removal a failed installation ends with: no message, the installation's reason kept.
 void RemoveAfterFailure()
 {
@@ -487,6 +511,7 @@ int InstallService(int bSilent)
             return 0;
         }
     }
+    SetRecoveryActions();
     // The event log reads the message texts from the library beside the service.
     RegisterEventSourceFile(GetServiceHostName(), library);
     return 1;

@@ -38,8 +38,10 @@ DWORD WINAPI ServiceControlHandler(DWORD dwControl, DWORD dwEventType, LPVOID pE
 SERVICE_STATUS GetServiceHostStatus();
 
 // "/load" (bSilent 0) and "/load-silent": installs the service for automatic start and starts
-// it, or makes an existing one automatic and starts it; registers the event source. 1 on
-// success, 0 on failure (last error set). Only the non-silent form shows message boxes.
+// it, or makes an existing one automatic and starts it; sets its recovery actions (restart a
+// minute after the first and second failure of a day; a refusal is ignored); registers the
+// event source. 1 on success, 0 on failure (last error set). Only the non-silent form shows
+// message boxes.
 int InstallService(int bSilent);
 // "/unload" and "/unload-silent": stops the service (waiting up to 10 seconds) and deletes it.
 // A missing service or one already marked for deletion counts as success. 1 or 0.

@@ -55,6 +55,11 @@ BOOL RealDeleteService(SC_HANDLE service)
     return DeleteService(service);
 }
 
+BOOL RealChangeServiceFailureActions(SC_HANDLE service, SERVICE_FAILURE_ACTIONSW* actions)
+{
+    return ChangeServiceConfig2W(service, SERVICE_CONFIG_FAILURE_ACTIONS, actions);
+}
+
 BOOL RealStartServiceCtrlDispatcher(const SERVICE_TABLE_ENTRYW* table)
 {
     return StartServiceCtrlDispatcherW(table);
@@ -121,6 +126,7 @@ BOOL (*pfnQueryServiceStatus)(SC_HANDLE, SERVICE_STATUS*) = RealQueryServiceStat
 BOOL (*pfnQueryServiceConfig)(SC_HANDLE, QUERY_SERVICE_CONFIGW*, DWORD, DWORD*) = RealQueryServiceConfig;
 BOOL (*pfnChangeServiceStartType)(SC_HANDLE, DWORD) = RealChangeServiceStartType;
 BOOL (*pfnDeleteService)(SC_HANDLE) = RealDeleteService;
+BOOL (*pfnChangeServiceFailureActions)(SC_HANDLE, SERVICE_FAILURE_ACTIONSW*) = RealChangeServiceFailureActions;
 
 BOOL (*pfnStartServiceCtrlDispatcher)(const SERVICE_TABLE_ENTRYW*) = RealStartServiceCtrlDispatcher;
 SERVICE_STATUS_HANDLE (*pfnRegisterServiceCtrlHandlerEx)(const wchar_t*, LPHANDLER_FUNCTION_EX,

@@ -22,6 +22,9 @@ extern BOOL (*pfnQueryServiceConfig)(SC_HANDLE service, QUERY_SERVICE_CONFIGW* c
 // ChangeServiceConfigW that changes the start type only.
 extern BOOL (*pfnChangeServiceStartType)(SC_HANDLE service, DWORD startType);
 extern BOOL (*pfnDeleteService)(SC_HANDLE service);
+// ChangeServiceConfig2W with SERVICE_CONFIG_FAILURE_ACTIONS: what the service manager does when
+// the service's process ends without the service having reported that it stopped.
+extern BOOL (*pfnChangeServiceFailureActions)(SC_HANDLE service, SERVICE_FAILURE_ACTIONSW* actions);
 
 // The running service's side.
 extern BOOL (*pfnStartServiceCtrlDispatcher)(const SERVICE_TABLE_ENTRYW* table);

@@ -14,6 +14,12 @@ have cmake                         || need+=(cmake)
 have ninja                         || need+=(ninja-build)
 [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
 have xmllint                       || need+=(libxml2-utils)
+# The compiled help file Vantrel.chm (packaging/help): Free Pascal's CHM compiler.
+have chmcmd                        || need+=(fp-utils)
+# The MSI package (scripts/build-msi.sh): wixl builds it from WiX XML; msitools' msiinfo reads
+# its tables back in the package test.
+have wixl                          || need+=(wixl)
+have msiinfo                       || need+=(msitools)
 # Wine's own fonts (Tahoma, Marlett for the caption buttons): without them windows draw with a
 # substitute face, and text measured in tests and screenshots differs from what Windows shows.
 [ -f /usr/share/wine/fonts/tahoma.ttf ] || need+=(fonts-wine)

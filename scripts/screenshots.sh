@@ -39,7 +39,9 @@ set -euo pipefail
 wineserver -k 2>/dev/null || true
 wineserver -w 2>/dev/null || true
 [ -f "$WINEPREFIX/.vantrel-ready" ] || { wineboot -i >/dev/null 2>&1 || true; touch "$WINEPREFIX/.vantrel-ready"; }
-for scene in status msgbox schedule custommsg dataloss; do
+# The main dialog's status panel shows the service live: run it for the scenes.
+( cd "$BUILD/bin" && wine VXA64.EXE /load-silent >/dev/null 2>&1 ) || echo "the service did not start" >&2
+for scene in status msgbox schedule custommsg dataloss about gpobrowse pickusers main maingpo mainpolicy; do
     rect=$WORK/$scene.rect
     rm -f "$rect"
     ( cd "$BUILD/bin" && wine explorer /desktop=vantrel,1024x768 ui_shots.exe "$scene" "$(winepath -w "$rect")" \
@@ -57,6 +59,7 @@ for scene in status msgbox schedule custommsg dataloss; do
     kill "$pid" 2>/dev/null || true
     echo "$OUT/$scene.png ($((right - left))x$((bottom - top)))"
 done
+( cd "$BUILD/bin" && wine VXA64.EXE /unload-silent >/dev/null 2>&1 ) || true
 wineserver -k 2>/dev/null || true
 EOF
 WORK=$work BUILD=$build OUT=$out xvfb-run -a -s "-screen 0 1024x768x24" bash "$work/scenes.sh"

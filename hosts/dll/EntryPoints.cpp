@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include "base/ProductInfo.h"
+#include "config/DlgMain.h"
 #include "engine/CommandLine.h"
 #include "engine/Engine.h"
 #include "engine/Host.h"
@@ -68,13 +69,12 @@ extern "C" int WINAPI DoWinMain(HINSTANCE hInstance, const wchar_t* cmdLine, int
     }
 }
 
-extern "C" int WINAPI DoWinMainCFG(HINSTANCE hInstance, const wchar_t*, int)
+extern "C" int WINAPI DoWinMainCFG(HINSTANCE hInstance, const wchar_t* cmdLine, int show)
 {
     try {
         SetHostModule(hInstance);
         DMApp app(L"HKLM\\SOFTWARE\\Korvane\\Vantrel");
-        MsgEx(nullptr, MB_OK | MB_ICONINFORMATION, L"The Vantrel configuration utility is not built yet.");
-        return 0;
+        return RunConfigUtility(hInstance, cmdLine, show);
     } catch (...) {
         return 1;
     }

@@ -174,11 +174,31 @@ protected:
     }
 };
 
-// "/load" and "/unload", then "/load" of a stopped manual service: catches a wrong configuration
-// or event source, a manual start kept, wrong messages, and a removal that leaves the service.
+// The recovery actions each install set: "reset: type/delay ...", or "refused" when the fake
+// service manager refused them. Wine's service manager keeps none (QueryServiceConfig2W answers
+// ERROR_INVALID_LEVEL) and never restarts a dead service, so they are checked as written.
+std::vector<std::string> g_recovery;
+bool g_refuseRecovery;
+BOOL RecordRecovery(SC_HANDLE, SERVICE_FAILURE_ACTIONSW* f)
+{
+    std::string s = std::to_string(f->dwResetPeriod) + ":";
+    for (DWORD i = 0; i < f->cActions; ++i)
+        s += " " + std::to_string(f->lpsaActions[i].Type) + "/" + std::to_string(f->lpsaActions[i].Delay);
+    g_recovery.push_back(g_refuseRecovery ? "refused" : s);
+    return g_refuseRecovery ? (SetLastError(ERROR_ACCESS_DENIED), FALSE) : TRUE;
+}
+
+// "/load" and "/unload", then "/load" of a stopped manual service: catches a wrong configuration,
+// event source or recovery, a manual start kept, wrong messages, a refused recovery that fails
+// the install, and a removal that leaves the service.
 TEST_F(ServiceInstall, LoadRunsTheServiceAndUnloadRemovesIt)
 {
+    SEAM(pfnChangeServiceFailureActions, RecordRecovery);
+    g_recovery.clear(), g_refuseRecovery = false;
     ASSERT_EQ(InstallService(0), 1) << "error " << GetLastError();
+    // Restart a minute after the first and second failure, then nothing; counted over a day.
+    const std::string kRecovery = "86400: 1/60000 1/60000 0/0";
+    EXPECT_EQ(g_recovery, std::vector<std::string>{kRecovery});
     EXPECT_EQ(Config(),
               std::make_tuple(ImagePath(), name, DWORD(SERVICE_AUTO_START), DWORD(SERVICE_WIN32_OWN_PROCESS)));
     wchar_t file[MAX_PATH] = L"";
@@ -198,10 +218,12 @@ TEST_F(ServiceInstall, LoadRunsTheServiceAndUnloadRemovesIt)
     ASSERT_TRUE(ServiceHandle(CreateServiceW(scm.Get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
                                              SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
                                              ImagePath().c_str(), nullptr, nullptr, nullptr, nullptr, nullptr)));
+    g_refuseRecovery = true;
     EXPECT_EQ(InstallService(0), 1) << "error " << GetLastError();
     EXPECT_EQ(std::get<2>(Config()), (DWORD)SERVICE_AUTO_START);
     EXPECT_TRUE(WaitForState(SERVICE_RUNNING)) << "state " << QueryServiceState();
     EXPECT_EQ(g_boxes, Boxes{}) << "an existing service starts without a box";
+    EXPECT_EQ(g_recovery, (std::vector<std::string>{kRecovery, kRecovery, "refused"}));
 }
 
 // The image path stays under 260 characters: catches a cut path handed over or a fitting one

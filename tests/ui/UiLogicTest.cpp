@@ -142,6 +142,7 @@ TEST_F(HtmlLayoutTest, WordsEntitiesAndRawTextMakeTheseLines)
         {L"a & b; a&;b a&lt", 1000, {L"a & b; a&;b a&lt"}}, {L"&#38;x", 1000, {L"x"}},
         {L"<T><B>x</B> &amp;</T>y", 1000, {L"<B>x</B> &amp;y"}}, {L"<t><B>x", 1000, {L"<B>x"}},
         {L"<B>a<I>b</B>c</I>d", 1000, {L"ab</B>cd"}}, {L"<DKBLUE>x</DKBLUE>", 1000, {L"<DKBLUE>x</DKBLUE>"}},
+        {L"off: <b>x</b> y", 1000, {L"off: x y"}}, {L"show <a>this</a> z", 1000, {L"show this z"}},
     };
     for (const Row& r : rows) {
         SCOPED_TRACE(Narrow(r.text) + " right " + std::to_string(r.right));

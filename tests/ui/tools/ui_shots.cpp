@@ -5,6 +5,13 @@
 //   ui_shots.exe schedule <rect file> the schedule editor with office hours and a selection
 //   ui_shots.exe custommsg <rect file> the custom warning-message editor
 //   ui_shots.exe dataloss <rect file> the data-loss warning, accepted
+//   ui_shots.exe about <rect file>    the About box
+//   ui_shots.exe gpobrowse <rect file> the Group Policy object path dialog, a path typed in
+//   ui_shots.exe pickusers <rect file> the user and group name dialog, names typed in
+//   ui_shots.exe main <rect file>      the main dialog on this computer's settings, its status
+//                                     panel live (the script runs the service beforehand)
+//   ui_shots.exe maingpo <rect file>   the main dialog editing a Group Policy object
+//   ui_shots.exe mainpolicy <rect file> the main dialog while a policy imposes the settings
 // Once a scene has settled, the program writes "left top right bottom" of its window (screen
 // pixels) into the rect file, waits a few seconds for the photograph, then closes by itself.
 #include <windows.h>
@@ -13,8 +20,13 @@
 
 #include "base/Resources.h"
 #include "base/StrUtil.h"
+#include "config/About.h"
+#include "base/ProductInfo.h"
+#include "config/DlgMain.h"
 #include "config/DlgSchedule.h"
+#include "engine/ServiceHost.h"
 #include "config/DlgSmall.h"
+#include "config/Pickers.h"
 #include "resources/resource.h"
 #include "ui/DMDlg.h"
 #include "ui/DMStaticHTML.h"
@@ -46,17 +58,21 @@ public:
     using Dialog::Dialog;
 
 protected:
-    void PhotographSoon()
+    // Timer ids of their own: the dialogs keep theirs (the main dialog's status refresh).
+    enum { kPhotoTimer = 0x5C1, kCloseTimer = 0x5C2 };
+    void PhotographSoon(UINT ms = 1500)
     {
-        this->StartTimer(1, 1500);
-        this->StartTimer(2, 6000);
+        this->StartTimer(kPhotoTimer, ms);
+        this->StartTimer(kCloseTimer, ms + 4500);
     }
     int OnTimer(UINT_PTR id) override
     {
-        if (id == 1)
+        if (id == kPhotoTimer)
             WriteRect(this->GetHwnd());
-        else
+        else if (id == kCloseTimer)
             this->End(IDOK);
+        else
+            return Dialog::OnTimer(id);
         return 1;
     }
 };
@@ -139,6 +155,88 @@ protected:
     }
 };
 
+// The main dialog as it opens; the live panel gets a few refreshes before the photograph.
+class MainScene : public Scene<DlgMain> {
+public:
+    using Scene<DlgMain>::Scene;
+
+protected:
+    BOOL OnInit() override
+    {
+        const BOOL result = Scene<DlgMain>::OnInit();
+        PhotographSoon(3500);
+        return result;
+    }
+};
+
+// Settings an administrator might have: office hours, two exceptions, the computer put to sleep.
+void SampleSettings(MyOpts& o)
+{
+    o.Reset();
+    o.bEnable = 1;
+    o.nTimeout = 30;
+    o.nMsgTimeout = 5;
+    o.bUseSchedule = 1;
+    o.SetSchedule(L"Mon-Fri 7:00-19:00");
+    o.bLogoffStale = 1;
+    o.nLogoffStaleCount = 2;
+    o.bKeepLastActiveUser = 1;
+    o.listExclude.RemoveAll();
+    o.listExclude.AddTail(L"CORP\\helpdesk");
+    o.listExclude.AddTail(L"Kiosk Operators");
+    o.bShutdown = 1;
+    o.nShutdownTimeout = 120;
+    o.nShutdownAction = 1;
+}
+
+int RunMainScene(const wchar_t* mode)
+{
+    DMApp app(L"HKLM\\SOFTWARE\\Korvane\\Vantrel");
+    MyOpts settings;
+    SampleSettings(settings);
+    MyConfig config;
+    config.Reset();
+    config.SetAll(kCfgDataLossAccepted);
+    if (StrEqual(mode, L"main")) {
+        settings.Store(); // what the running service reads, at once
+        SendServiceControl(kServiceReloadControl);
+        settings.Reset();
+        settings.Load();
+    } else if (StrEqual(mode, L"maingpo")) {
+        StrCopy(settings.szGPOPath, L"LDAP://cn={31B2F340-016D-11D2-945F-00C04FB984F9},cn=policies,cn=system,DC=corp,DC=example");
+        StrCopy(settings.szGPODisplayName, L"Branch offices");
+        settings.nPolicyState = 1;
+    } else {
+        settings.bPolicyInEffect = 1;
+    }
+    MainScene scene(settings, config);
+    return scene.DoModal(nullptr) == IDOK ? 0 : 1;
+}
+
+// A plain chooser as the administrator has filled it in.
+template <class Dialog> class TypedScene : public Scene<Dialog> {
+public:
+    template <class... Args>
+    TypedScene(int idEdit, const wchar_t* typed, Args&&... args) : Scene<Dialog>(args...), idEdit(idEdit), typed(typed)
+    {
+    }
+
+protected:
+    BOOL OnInit() override
+    {
+        const BOOL result = Scene<Dialog>::OnInit();
+        SetDlgItemTextW(this->GetHwnd(), idEdit, typed);
+        // The caret after the text, as after typing (posted: the dialog's focus selects it all).
+        PostMessageW(this->GetItem(idEdit), EM_SETSEL, 0x7FFFFFFF, 0x7FFFFFFF);
+        this->PhotographSoon();
+        return result;
+    }
+
+private:
+    int idEdit;
+    const wchar_t* typed;
+};
+
 } // namespace
 
 int wmain(int argc, wchar_t** argv)
@@ -174,8 +272,27 @@ int wmain(int argc, wchar_t** argv)
                                       false);
         return scene.DoModal(nullptr) == IDOK ? 0 : 1;
     }
+    if (StrEqual(argv[1], L"main") || StrEqual(argv[1], L"maingpo") || StrEqual(argv[1], L"mainpolicy"))
+        return RunMainScene(argv[1]);
     if (StrEqual(argv[1], L"dataloss")) {
         OpenScene<DlgWarningDataLoss> scene;
+        return scene.DoModal(nullptr) == IDOK ? 0 : 1;
+    }
+    if (StrEqual(argv[1], L"about")) {
+        OpenScene<DlgAbout> scene;
+        return scene.DoModal(nullptr) == IDOK ? 0 : 1;
+    }
+    if (StrEqual(argv[1], L"gpobrowse")) {
+        wchar_t path[260] = L"";
+        TypedScene<DlgGpoPath> scene(IDC_GPO_PATH_EDIT,
+                                     L"LDAP://cn={31B2F340-016D-11D2-945F-00C04FB984F9},cn=policies,cn=system,"
+                                     L"DC=corp,DC=example,DC=com",
+                                     path, 260u);
+        return scene.DoModal(nullptr) == IDOK ? 0 : 1;
+    }
+    if (StrEqual(argv[1], L"pickusers")) {
+        StrList names;
+        TypedScene<DlgPickNames> scene(IDC_PICK_NAMES_EDIT, L"CORP\\alice\r\nCORP\\bob\r\nHelpdesk Staff\r\nKIOSK-07\\visitor", names);
         return scene.DoModal(nullptr) == IDOK ? 0 : 1;
     }
     return 2;
