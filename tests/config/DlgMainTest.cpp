@@ -486,6 +486,53 @@ TEST_F(MainDialog, ApplyStartsTheRealServiceAndCtrlAltOkRemovesIt)
         Sleep(100); // the service's process may still be leaving
 }
 
+// Without full access to the machine's settings the utility restarts itself as administrator:
+// asking first only when the user cannot consent to elevation, with "runas" unless already
+// elevated, exit 2 when declined or when the start fails. With access, a running utility on the
+// desktop is brought forward instead of a second one opening.
+TEST_F(MainDialog, StartRestartsAsAdministratorOrHandsOverToTheRunningOne)
+{
+    struct Case {
+        int type;
+        BOOL admin, started;
+        int answer;
+        int code;
+        const wchar_t* verb; // null: not started
+        bool asked;
+    } cases[] = {
+        {TokenElevationTypeDefault, FALSE, TRUE, IDNO, 2, nullptr, true},
+        {TokenElevationTypeDefault, FALSE, TRUE, IDYES, 0, L"runas", true},
+        {TokenElevationTypeDefault, FALSE, FALSE, IDYES, 2, L"runas", true},
+        {TokenElevationTypeDefault, TRUE, TRUE, IDNO, 0, L"runas", false},
+        {TokenElevationTypeLimited, FALSE, TRUE, IDNO, 0, L"runas", false},
+        {TokenElevationTypeFull, FALSE, TRUE, IDNO, 0, L"", false},
+    };
+    static const Case* now;
+    static std::wstring started;
+    for (const Case& c : cases) {
+        now = &c, started = L"-", g_boxes.clear(), g_answers = {c.answer};
+        ScopedValue<BOOL (*)()> rights{StartupSeams::pfnHasAdminRights, [] { return FALSE; }};
+        ScopedValue<int (*)()> type{StartupSeams::pfnGetElevationType, [] { return now->type; }};
+        ScopedValue<BOOL (*)()> admin{StartupSeams::pfnIsUserAdmin, [] { return now->admin; }};
+        ScopedValue<BOOL (*)(HWND, const wchar_t*, const wchar_t*, const wchar_t*, int)> shell{
+            StartupSeams::pfnShellExecute, [](HWND, const wchar_t* verb, const wchar_t* file, const wchar_t* params, int) {
+                const std::wstring f = file;
+                started = (verb ? verb : L"") + std::wstring(L"|") + f.substr(f.size() - 15) + L"|" + params;
+                return now->started;
+            }};
+        EXPECT_EQ(RunConfigUtility(nullptr, L"/x", SW_SHOW), c.code) << c.type << c.admin << c.answer;
+        EXPECT_EQ(started, c.verb ? std::wstring(c.verb) + L"|\\VantrelA64.EXE|/x" : L"-");
+        EXPECT_EQ(!g_boxes.empty(), c.asked);
+    }
+    auto dlg = Open();
+    EXPECT_EQ(FindRunningConfigUtility(), hwnd);
+    ScopedValue<INT_PTR (*)(DlgMain&)> run{StartupSeams::pfnRunMainDialog, [](DlgMain&) -> INT_PTR {
+        ADD_FAILURE() << "a second dialog";
+        return 0;
+    }};
+    EXPECT_EQ(RunConfigUtility(nullptr, L"", SW_SHOW), 0);
+}
+
 TEST(MainDialogLayout, ControlsFollowTheEdgesAndTheListsShareTheWidth)
 {
     const RECT rc = {10, 20, 110, 60};
