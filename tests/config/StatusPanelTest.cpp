@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "config/StatusPanel.h"
 #include "support/Guards.h"
@@ -12,158 +13,87 @@ using namespace vxtest;
 
 namespace {
 
-const wchar_t* const kExcluded = L"Not monitoring the current user because it's excluded in the settings.";
+const std::wstring kExcluded = L"Not monitoring the current user because it's excluded in the settings.";
 const wchar_t* const kPolicy = L"Use Group Policy on the server to manage the Vantrel settings on this computer.";
-const wchar_t* const kStopped = L"The Vantrel service is <red>NOT running</red>. ";
-const std::wstring kStoppedLink = std::wstring(kStopped) + L"<a>Start the service...</a>";
-const wchar_t* const kDisabled = L"Vantrel is <red>NOT enabled</red>. ";
-const wchar_t* const kMonitoring2 = L"Monitoring 2 user session(s) on this computer. ";
+const std::wstring kStopped = L"The Vantrel service is <red>NOT running</red>. ";
+const std::wstring kDisabled = L"Vantrel is <red>NOT enabled</red>. ";
 
 // One refresh of a running service with monitoring enabled, the key readable and the monitor
-// present, changed by set. Null lines: the label is left as it is.
-template <class F> std::pair<const wchar_t*, const wchar_t*> Decide(StatusPanelState& st, F set, StatusLines& out)
+// present, changed by set: both lines, "(kept)" for a label left as it is.
+template <class F> std::pair<std::wstring, std::wstring> Decide(StatusPanelState& st, F set)
 {
     StatusFacts f;
     f.dwServiceState = SERVICE_RUNNING;
     f.bEnable = f.bKeyOpened = f.bMonitorWindow = TRUE;
-    f.dwSessionsMonitoring = 2;
     set(f);
+    StatusLines out;
     DecideStatus(f, st, out);
     EXPECT_FALSE(out.bDeleteLastLogoff);
-    return {out.bWriteLine1 ? out.szLine1 : nullptr, out.bWriteLine2 ? out.szLine2 : nullptr};
+    return {out.bWriteLine1 ? out.szLine1 : L"(kept)", out.bWriteLine2 ? out.szLine2 : L"(kept)"};
 }
-std::wstring Shown(const wchar_t* line) { return line ? line : L"(kept)"; }
-#define EXPECT_LINE(actual, expected) EXPECT_EQ(Shown(actual), (expected))
 
 } // namespace
 
-TEST(StatusText, ServiceStateSourceAndPolicyChooseTheLinesAndKeepTheCountersForLater)
+TEST(StatusText, AStoppedOrDisabledServiceAndAnUnreadableKeyChooseTheLinesAndLeaveTheCountersForLater)
 {
-    const std::wstring hint = std::wstring(kDisabled) + L"Check the <b>Enable Vantrel</b> box and press <b>Apply</b>.";
-    struct Case {
-        BOOL gpo, policy;
-        DWORD state; // 0: the query failed
-        BOOL enable;
-        const wchar_t* policyText;
-        std::wstring line1, line2;
-    } cases[] = {
-        {TRUE, TRUE, 0, FALSE, nullptr, L"Managing the GPO:", L"Sales <b>GPO</b> %s"},
-        {FALSE, FALSE, SERVICE_STOPPED, TRUE, nullptr, kStoppedLink, L""},
-        {FALSE, FALSE, 0, TRUE, nullptr, kStoppedLink, L""},
-        {FALSE, FALSE, SERVICE_START_PENDING, TRUE, nullptr, kStoppedLink, L""},
-        {FALSE, TRUE, SERVICE_STOPPED, TRUE, nullptr, kStopped, kPolicy},
-        {FALSE, TRUE, SERVICE_STOPPED, TRUE, L"From the resources.", kStopped, L"From the resources."},
-        {FALSE, FALSE, SERVICE_RUNNING, FALSE, nullptr, hint, L""},
-        {FALSE, TRUE, SERVICE_RUNNING, FALSE, nullptr, kDisabled, kPolicy},
+    const std::wstring hint = L"Check the <b>Enable Vantrel</b> box and press <b>Apply</b>.";
+    struct Case { BOOL policy; DWORD state; BOOL enable, key; const wchar_t* text; std::wstring line1, line2; };
+    const Case cases[] = {
+        {TRUE, SERVICE_STOPPED, TRUE, TRUE, nullptr, kStopped, kPolicy},
+        {TRUE, 0, TRUE, TRUE, L"From the resources.", kStopped, L"From the resources."}, // 0: the query failed
+        {FALSE, SERVICE_RUNNING, FALSE, TRUE, nullptr, kDisabled + hint, L""},
+        {TRUE, SERVICE_RUNNING, FALSE, TRUE, nullptr, kDisabled, kPolicy},
+        {FALSE, SERVICE_RUNNING, TRUE, FALSE, nullptr, L"(kept)", L"(kept)"},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.line1 + L" / " + c.line2);
+        SCOPED_TRACE(&c - cases);
         StatusPanelState st;
-        st.nAttention = 3;
-        st.nLastLogoffCount = 9;
-        st.nPendingActivity = ActivityMouse;
-        st.adwLicence[0] = st.adwLicence[1] = st.adwLicence[2] = 7;
-        StatusLines out;
-        auto lines = Decide(st, [&](StatusFacts& f) {
-            f.bGPOMode = c.gpo, f.pszGPODisplayName = L"Sales <b>GPO</b> %s", f.bPolicyManaged = c.policy;
-            f.pszPolicyText = c.policyText, f.dwServiceState = c.state, f.bEnable = c.enable, f.pszLastLogoff = L"x";
-        }, out);
-        EXPECT_LINE(lines.first, c.line1);
-        EXPECT_LINE(lines.second, c.line2);
+        st.nAttention = 3, st.nLastLogoffCount = 9, st.nPendingActivity = ActivityMouse;
+        EXPECT_EQ(Decide(st, [&](StatusFacts& f) {
+            f.bPolicyManaged = c.policy, f.pszPolicyText = c.text, f.dwServiceState = c.state;
+            f.bEnable = c.enable, f.bKeyOpened = c.key, f.pszLastLogoff = L"x";
+        }), std::make_pair(c.line1, c.line2));
         EXPECT_EQ(st.nAttention + st.nLastLogoffCount + st.nPendingActivity, 3 + 9 + 1) << "all wait for monitoring";
-        EXPECT_EQ(st.adwLicence[0] + st.adwLicence[1] + st.adwLicence[2], c.gpo ? 21u : 0u) << "cleared when stopped";
     }
 }
 
-TEST(StatusText, RunningLineOneShowsAttentionLastLogoffOrTheCountAndAnUnreadableKeyChangesNothing)
-{
-    struct Case {
-        int attention;
-        const wchar_t* lastLogoff;
-        DWORD sessions;
-        BOOL cpuBox, keyOpened;
-        std::wstring line1;
-        int attentionAfter, logoffCountAfter;
-    } cases[] = {
-        {15, L"CORP\\alice", 2, TRUE, TRUE,
-         L"Attention: any active user must log off and then log back on in order for the new settings to apply to that "
-         L"user.", 14, 0},
-        {4, nullptr, 2, FALSE, FALSE, L"(kept)", 4, 0},
-        {0, L"CORP\\alice", 2, TRUE, TRUE, L"Logged off the user 'CORP\\alice'.", 0, 1},
-        {0, L"", 2, FALSE, TRUE, kMonitoring2, 0, 0},
-        {0, nullptr, 3, TRUE, TRUE, L"Monitoring 3 user session(s) on this computer. CPU load: 40%", 0, 0},
-        {0, nullptr, 0xFFFFFFFF, FALSE, TRUE, L"Monitoring 4294967295 user session(s) on this computer. ", 0, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.line1);
-        StatusPanelState st;
-        st.nAttention = c.attention;
-        st.nPendingActivity = ActivityCpu;
-        StatusLines out;
-        auto lines = Decide(st, [&](StatusFacts& f) {
-            f.pszLastLogoff = c.lastLogoff, f.dwSessionsMonitoring = c.sessions, f.bCpuBox = c.cpuBox, f.nCpuLoad = 40;
-            f.bKeyOpened = c.keyOpened;
-        }, out);
-        EXPECT_LINE(lines.first, c.line1);
-        EXPECT_LINE(lines.second, c.keyOpened ? L"Activity detected: CPU." : L"(kept)");
-        EXPECT_EQ(st.nAttention, c.attentionAfter);
-        EXPECT_EQ(st.nLastLogoffCount, c.logoffCountAfter);
-    }
-}
-
-TEST(StatusText, LineTwoShowsANoticeOnceThenExclusionThenTheIdleClockInFiveSecondStepsAndHours)
+TEST(StatusText, LineTwoShowsANoticeOnceThenExclusionThenTheIdleClockInFiveSecondSteps)
 {
     const DWORD t0 = 0xFFFFF000; // the tick wraps on the way
     StatusPanelState st;
-    struct Step {
-        int kind; // a notice before the refresh
-        DWORD ms;
-        BOOL monitor;
-        const wchar_t* line2;
-    } steps[] = {
-        {1, 0, TRUE, L"Activity detected: Mouse."}, {3, 0, TRUE, L"Activity detected: CPU."},
-        {4, 0, TRUE, L"Activity detected: User session change."}, {2, 1000, TRUE, L"Activity detected: Keyboard."},
-        {0, 2000, FALSE, kExcluded}, {5, 3000, TRUE, L"(kept)"}, {-1, 4999, TRUE, L"(kept)"},
-        {303, 5000, TRUE, L"No activity for 5 seconds."}, {0, 9999, TRUE, L"(kept)"},
-        {0, 10000, TRUE, L"No activity for 10 seconds."}, {0, 27000, TRUE, L"No activity for 27 seconds."},
-        {0, 29000, TRUE, L"(kept)"}, {0, 30000, TRUE, L"No activity for 30 seconds."}, // a late refresh catches up
+    struct Step { int kind; DWORD ms; BOOL monitor; const wchar_t* line2; } steps[] = {
+        {ActivityMouse, 0, TRUE, L"Activity detected: Mouse."}, {ActivityCpu, 0, TRUE, L"Activity detected: CPU."},
+        {ActivitySession, 0, TRUE, L"Activity detected: User session change."},
+        {ActivityKeyboard, 1000, TRUE, L"Activity detected: Keyboard."}, {0, 2000, FALSE, kExcluded.c_str()},
+        {5, 4999, TRUE, L"(kept)"}, // an unknown kind changes nothing
+        {0, 5000, TRUE, L"No activity for 5 seconds."}, {0, 9999, TRUE, L"(kept)"},
+        {0, 27000, TRUE, L"No activity for 27 seconds."}, // a late refresh catches up
+        {0, 29000, TRUE, L"(kept)"}, {0, 30000, TRUE, L"No activity for 30 seconds."},
         {0, 60000, TRUE, L"No activity for 1 minutes and 0 seconds."},
         {0, 3599000, TRUE, L"No activity for 59 minutes and 59 seconds."},
-        {0, 3600000, TRUE, L"No activity for 1 hours 0 minutes and 0 seconds."},
         {0, 3725000, TRUE, L"No activity for 1 hours 2 minutes and 5 seconds."},
     };
     for (const Step& s : steps) {
         SCOPED_TRACE(s.ms);
-        EXPECT_EQ(NoteActivity(st, s.kind, t0), s.kind >= 1 && s.kind <= 4) << "other kinds change nothing";
-        StatusLines out;
-        EXPECT_LINE(Decide(st, [&](StatusFacts& f) { f.bMonitorWindow = s.monitor, f.dwNow = t0 + s.ms; }, out).second,
-                    s.line2);
+        EXPECT_EQ(NoteActivity(st, s.kind, t0), s.kind >= 1 && s.kind <= 4);
+        EXPECT_EQ(Decide(st, [&](StatusFacts& f) { f.bMonitorWindow = s.monitor, f.dwNow = t0 + s.ms; }).second,
+                  s.line2);
     }
 }
 
-namespace {
-DWORD g_serviceState = SERVICE_RUNNING;
-DWORD FakeServiceState() { return g_serviceState; }
-DWORD WINAPI FakeTick() { return 1000000; }
-HWND WINAPI NoMonitor(LPCWSTR, LPCWSTR) { return nullptr; }
-unsigned FakeCpu() { return 37; }
-std::wstring LabelText(HWND dlg, int id)
-{
-    DMStaticHTML* label = static_cast<DMStaticHTML*>(DMWnd::FromHandle(GetDlgItem(dlg, id)));
-    return label ? label->GetHTMLText() : L"<not a rich label>";
-}
-} // namespace
+static DWORD g_serviceState;
 
-TEST(StatusPanel, ReadsTheKeyShowsTheLinesInTheLabelsAndDeletesALastLogoffOnTheTenthRefresh)
+TEST(StatusPanel, ReadsTheKeyShowsTheLinesInTheLabelsAndDeletesALastLogoffOnTheTenthRefreshThatSeesIt)
 {
     ScopedTestKey settings(L"status");
     ScopedAppRootKey root{settings.path()};
     ASSERT_TRUE(root.pushed());
-    ScopedValue<DWORD (*)()> svc(StatusSeams::pfnQueryServiceState, FakeServiceState);
-    ScopedValue<DWORD(WINAPI*)()> tick(StatusSeams::pfnGetTickCount, FakeTick);
-    ScopedValue<HWND(WINAPI*)(LPCWSTR, LPCWSTR)> find(StatusSeams::pfnFindWindowW, NoMonitor);
-    ScopedValue<unsigned (*)()> cpu(StatusSeams::pfnGetCpuUsage, FakeCpu);
     g_serviceState = SERVICE_RUNNING;
+    ScopedValue<DWORD (*)()> svc(StatusSeams::pfnQueryServiceState, [] { return g_serviceState; });
+    ScopedValue<DWORD(WINAPI*)()> tick(StatusSeams::pfnGetTickCount, [] { return (DWORD)1000000; });
+    ScopedValue<HWND(WINAPI*)(LPCWSTR, LPCWSTR)> find(StatusSeams::pfnFindWindowW,
+                                                      [](LPCWSTR, LPCWSTR) { return HWND(); }); // no monitor
+    ScopedValue<unsigned (*)()> cpu(StatusSeams::pfnGetCpuUsage, [] { return 37u; });
 
     // A window standing in for the main dialog: the two status labels and the CPU box.
     HWND dlg = CreateWindowExW(0, L"STATIC", L"", WS_OVERLAPPED, 0, 0, 400, 200, nullptr, nullptr, nullptr, nullptr);
@@ -173,39 +103,61 @@ TEST(StatusPanel, ReadsTheKeyShowsTheLinesInTheLabelsAndDeletesALastLogoffOnTheT
         ASSERT_TRUE(CreateWindowExW(0, box ? L"BUTTON" : L"STATIC", L"", WS_CHILD | (box ? BS_AUTOCHECKBOX : 0), 0, 0,
                                     300, 20, dlg, (HMENU)(INT_PTR)id, nullptr, nullptr));
     }
+    auto label = [dlg](int id) -> std::wstring {
+        auto* l = static_cast<DMStaticHTML*>(DMWnd::FromHandle(GetDlgItem(dlg, id)));
+        return l ? l->GetHTMLText() : L"<not a rich label>";
+    };
+    auto labels = [&label] { return label(kIdStatusLine1) + L"|" + label(kIdStatusLine2); };
+    auto count = [](const wchar_t* n) {
+        return L"Monitoring " + std::wstring(n) + L" user session(s) on this computer. ";
+    };
     CheckDlgButton(dlg, kIdMonitorCpuBox, BST_CHECKED);
     StatusPanel panel;
     ASSERT_TRUE(panel.Attach(dlg));
     panel.SetSettings(TRUE, FALSE, L"", L"ignored outside GPO mode");
 
-    ASSERT_TRUE(RawSetStr(settings.sub(), L"SessionsMonitoring", L"7")); // a count may be decimal text
+    // The attention text first; a last logoff counts only while it shows: 9 times, then it goes.
+    ASSERT_TRUE(RawSetDword(settings.sub(), L"SessionsMonitoring", 7));
     ASSERT_TRUE(RawSetStr(settings.sub(), L"LastLogoff", L"CORP\\alice"));
-    for (int i = 1; i <= 10; ++i) {
+    panel.SetAttention(2);
+    for (int i = 1; i <= 12; ++i) {
         SCOPED_TRACE(i);
         panel.Refresh();
-        EXPECT_EQ(RawValueExists(settings.sub(), L"LastLogoff"), i < 10);
-        const wchar_t* count = L"Monitoring 7 user session(s) on this computer. CPU load: 37%";
-        EXPECT_EQ(LabelText(dlg, kIdStatusLine1), i < 10 ? L"Logged off the user 'CORP\\alice'." : count);
-        EXPECT_EQ(LabelText(dlg, kIdStatusLine2), kExcluded);
+        EXPECT_EQ(RawValueExists(settings.sub(), L"LastLogoff"), i < 12);
+        EXPECT_EQ(labels(), (i <= 2 ? L"Attention: any active user must log off and then log back on in order for the "
+                                      L"new settings to apply to that user."
+                             : i < 12 ? L"Logged off the user 'CORP\\alice'."
+                                      : count(L"7") + L"CPU load: 37%") + L"|" + kExcluded);
     }
 
     // At most 512 bytes are read: 255 characters and the terminator fit, one more does not.
-    const std::wstring fits(255, L'x'), tooLong(256, L'y');
-    ASSERT_TRUE(RawSetStr(settings.sub(), L"LastLogoff", fits));
+    ASSERT_TRUE(RawSetStr(settings.sub(), L"LastLogoff", std::wstring(255, L'x')));
     panel.Refresh();
-    EXPECT_EQ(panel.GetLine1(), L"Logged off the user '" + fits + L"'.");
-    ASSERT_TRUE(RawSetStr(settings.sub(), L"LastLogoff", tooLong));
+    EXPECT_EQ(panel.GetLine1(), L"Logged off the user '" + std::wstring(255, L'x') + L"'.");
+    ASSERT_TRUE(RawSetStr(settings.sub(), L"LastLogoff", std::wstring(256, L'y')));
     CheckDlgButton(dlg, kIdMonitorCpuBox, BST_UNCHECKED);
-    for (int i = 0; i < 12; ++i)
+    for (int i = 0; i < 10; ++i)
         panel.Refresh();
-    EXPECT_EQ(LabelText(dlg, kIdStatusLine1), L"Monitoring 7 user session(s) on this computer. ");
-    EXPECT_EQ(RawGetStr(settings.sub(), L"LastLogoff"), tooLong) << "an oversized name is neither shown nor deleted";
+    EXPECT_EQ(RawGetStr(settings.sub(), L"LastLogoff"), std::wstring(256, L'y')) << "neither shown nor deleted";
+    EXPECT_EQ(panel.GetState().nLastLogoffCount, 0) << "a name read as empty restarts the count";
+
+    // A count may be decimal text; more than a DWORD holds, or anything but digits, reads as 0.
+    const std::pair<const wchar_t*, const wchar_t*> counts[] = {
+        {L"4294967297", L"0"}, {L"12a", L"0"}, {L"4294967295", L"4294967295"}};
+    for (const auto& c : counts) {
+        ASSERT_TRUE(RawSetStr(settings.sub(), L"SessionsMonitoring", c.first));
+        panel.Refresh();
+        EXPECT_EQ(labels(), count(c.second) + L"|" + kExcluded);
+    }
+    RawDeleteTree(settings.sub()); // an unreadable key: both lines stay
+    panel.Refresh();
+    EXPECT_EQ(labels(), count(L"4294967295") + L"|" + kExcluded);
 
     g_serviceState = 0; // a failed query reads as stopped
     panel.Refresh();
-    EXPECT_EQ(LabelText(dlg, kIdStatusLine1) + L"|" + LabelText(dlg, kIdStatusLine2), kStoppedLink + L"|");
-    panel.SetSettings(TRUE, FALSE, L"LDAP://cn={1},cn=policies", L"Sales");
+    EXPECT_EQ(labels(), kStopped + L"<a>Start the service...</a>|");
+    panel.SetSettings(TRUE, TRUE, L"LDAP://cn={1},cn=policies", L"Sales <b>%s</b>"); // ahead of all else
     panel.Refresh();
-    EXPECT_EQ(LabelText(dlg, kIdStatusLine1) + L"|" + LabelText(dlg, kIdStatusLine2), L"Managing the GPO:|Sales");
+    EXPECT_EQ(labels(), L"Managing the GPO:|Sales <b>%s</b>");
     DestroyWindow(dlg);
 }
