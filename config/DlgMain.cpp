@@ -379,6 +379,9 @@ BOOL DlgMain::OnInit()
         SendDlgItemMessageW(hWnd, n.idField, EM_LIMITTEXT, 11, 0);
     }
     status.Attach(hWnd);
+    // The in-session monitor of this session looks for this window to report activity to.
+    notify.Create(nullptr, L"", WS_POPUP);
+    notify.SetTarget(hWnd, uProductMessage);
 
     // The layout works from the template's places; the dialog never gets smaller than it.
     RECT client;
@@ -474,8 +477,9 @@ int DlgMain::DlgToOpts()
         const LRESULT index = SendDlgItemMessageW(hWnd, IDC_MAIN_POLICY_STATE, CB_GETCURSEL, 0, 0);
         if (index >= 0 && index <= 2)
             working.nPolicyState = (int)index;
-        if (index == 1)
-            working.bEnable = 1;
+        // Enabled and Disabled say what "Enable" is; Not Configured leaves it as the object keeps it.
+        if (index == 1 || index == 2)
+            working.bEnable = index == 1;
     } else {
         working.bEnable = IsDlgButtonChecked(hWnd, IDC_MAIN_ENABLE) == BST_CHECKED;
     }
@@ -995,9 +999,20 @@ int DlgMain::OnSize(UINT type, int cx, int cy)
     return 1;
 }
 
+LRESULT UtilityNotifyWnd::OnMessage(UINT msg, WPARAM wp, LPARAM lp)
+{
+    // Posted on: the monitor posts from its hook path and must never wait for the dialog.
+    if (msg == uMessage && uMessage && wp == kActivityNoticeCode) {
+        PostMessageW(hwndTarget, msg, wp, lp);
+        return 0;
+    }
+    return DMWnd::OnMessage(msg, wp, lp);
+}
+
 void DlgMain::OnDestroy()
 {
     StopTimer(kStatusTimer);
+    notify.Destroy();
     // The utility's own state: the window's place, the last file and object, the answers given.
     config.wpDlgMain.length = sizeof(config.wpDlgMain);
     if (!GetWindowPlacement(hWnd, &config.wpDlgMain))

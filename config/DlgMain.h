@@ -86,6 +86,21 @@ RECT LayoutControl(int id, RECT rc, int dx, int dy);
 // The name a picked object is added to a list under is already there (ignoring case).
 bool ListHasName(HWND list, const wchar_t* name);
 
+// The hidden window the in-session monitor reports activity to ("KorvaneMessage" 303, found by
+// its class name); it hands the notices on to the main dialog's status panel.
+class UtilityNotifyWnd : public DMWnd {
+public:
+    void SetTarget(HWND hwnd, UINT message) { hwndTarget = hwnd, uMessage = message; }
+
+protected:
+    const wchar_t* GetWndClassName() const override { return L"VANTREL_UTILITY_NOTIFY"; }
+    LRESULT OnMessage(UINT msg, WPARAM wp, LPARAM lp) override;
+
+private:
+    HWND hwndTarget = nullptr;
+    UINT uMessage = 0;
+};
+
 class DlgMain : public DMDlg {
 public:
     // settings: the loaded settings of this computer (copied); config: the utility's remembered
@@ -162,6 +177,7 @@ private:
     UINT uProductMessage = 0;
     DMStaticHTML source, msgLink, msgLockedLink, scheduleLink;
     StatusPanel status;
+    UtilityNotifyWnd notify;
     // The template's client size and every control's place in it, for the layout table.
     SIZE templateSize = {0, 0};
     struct Placed {

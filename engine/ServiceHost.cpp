@@ -1,12 +1,14 @@
 #include "engine/ServiceHost.h"
 
 #include "base/Handle.h"
+#include "base/ProductInfo.h"
 #include "base/StrUtil.h"
 #include "base/Thread.h"
 #include "engine/Engine.h"
 #include "engine/EventLog.h"
 #include "engine/ServiceSeams.h"
 #include "resources/resource.h"
+#include "settings/MyOpts.h"
 #include "storage/RegKey.h"
 #include "ui/MsgBoxModel.h"
 
@@ -330,6 +332,25 @@ int StopAndDelete()
     return pfnDeleteService(service.Get()) ? 1 : 0;
 }
 
+// A computer that has never stored settings gets the defaults before the service first runs.
+// The running service writes its status values into the settings key, and a key without the
+// user lists reads as empty lists (on purpose: an administrator may empty them): without this,
+// the default groups, Administrators excluded, would be lost the moment the service started.
+void StoreDefaultSettingsOnce()
+{
+    const wchar_t* keyName = ProductInfo::GetAppRegKeyName();
+    if (!keyName)
+        return;
+    {
+        RegKey key;
+        if (key.Open(keyName, 0) && key.FindValue(L"Options"))
+            return; // stored before: the administrator's settings stay as they are
+    }
+    MyOpts defaults;
+    defaults.Reset();
+    defaults.Store();
+}
+
 // Sets the recovery actions of the installed service. A service without them still runs, so a
 // refusal here is ignored and does not fail the installation.
 void SetRecoveryActions()
@@ -498,6 +519,7 @@ int InstallService(int bSilent)
         return 0;
     }
 
+    StoreDefaultSettingsOnce();
     for (;;) {
         if (CreateAndStart(binaryPath)) {
             if (!bSilent)

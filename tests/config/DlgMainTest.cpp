@@ -229,6 +229,11 @@ TEST_F(MainDialog, ApplyStoresStartsTheServiceAndTellsServiceAndMonitor)
     EXPECT_EQ(g_calls, (std::vector<std::wstring>{L"install1", L"sleep", L"control128"}));
     Pump();
     EXPECT_EQ(monitorCodes, std::vector<WPARAM>{kMonitorReloadCode});
+    // The monitor's activity notice reaches the panel through the window it looks for.
+    PostMessageW(FindWindowW(L"VANTREL_UTILITY_NOTIFY", nullptr), RegisterWindowMessageW(L"KorvaneMessage"),
+                 kActivityNoticeCode, 2);
+    Pump();
+    EXPECT_EQ(dlg->GetStatusPanel().GetState().nPendingActivity, 2);
     ASSERT_EQ(g_boxes.size(), 2u) << Texts();
     EXPECT_EQ(g_boxes[0].text.substr(0, 29), L"The settings have been saved.");
     EXPECT_EQ(g_boxes[1].text.substr(0, 31), L"The changes have been applied.\n");
@@ -429,6 +434,9 @@ TEST_F(MainDialog, SourceMenuSwitchesBetweenThisComputerAndAGroupPolicyObject)
     const std::wstring pol = section.sub(L"SOFTWARE\\Policies\\Korvane\\Vantrel");
     EXPECT_EQ(RawGetDword(pol, L"Enable"), 1u);
     EXPECT_EQ(RawGetDword(pol, L"Timeout"), 31u);
+    SendDlgItemMessageW(hwnd, IDC_MAIN_POLICY_STATE, CB_SETCURSEL, 2, 0); // Disabled takes, after Enabled
+    ASSERT_EQ(dlg->Apply(false), 1) << Texts();
+    EXPECT_EQ(RawGetDword(pol, L"Enable"), 0u);
     EXPECT_EQ(g_calls, std::vector<std::wstring>{}) << "the local service is not touched in GPO mode";
 
     g_menuChoice = IDM_THIS_COMPUTER;

@@ -135,6 +135,8 @@ protected:
     std::wstring name = L"VantrelTest" + std::to_wstring(GetCurrentProcessId()) + L"_" + std::to_wstring(++g_services);
     std::wstring source = L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\" + name;
     vxtest::ScopedTempDir dir;
+    vxtest::ScopedTestKey settings{L"svc"};
+    vxtest::ScopedAppRootKey root{settings.path()};
     SEAM(pfnMsgEx, [](HWND, UINT flags, const wchar_t* text) {
         const DWORD shown = flags & MsgBoxModel::kAppendLastError ? GetLastError() : 0;
         g_boxes.emplace_back(flags, -MsgBoxModel::ResourceIdOf(text), shown);
@@ -195,7 +197,10 @@ TEST_F(ServiceInstall, LoadRunsTheServiceAndUnloadRemovesIt)
 {
     SEAM(pfnChangeServiceFailureActions, RecordRecovery);
     g_recovery.clear(), g_refuseRecovery = false;
+    vxtest::RawSetDword(settings.sub(), L"SessionsMonitoring", 0); // as a service that ran writes it
     ASSERT_EQ(InstallService(0), 1) << "error " << GetLastError();
+    EXPECT_NE(vxtest::RawCountValues(settings.sub(L"ApplyTo")), 0u) << "the default groups stored at the first install";
+    vxtest::RawSetDword(settings.sub(), L"Timeout", 77);
     // Restart a minute after the first and second failure, then nothing; counted over a day.
     const std::string kRecovery = "86400: 1/60000 1/60000 0/0";
     EXPECT_EQ(g_recovery, std::vector<std::string>{kRecovery});
@@ -221,6 +226,7 @@ TEST_F(ServiceInstall, LoadRunsTheServiceAndUnloadRemovesIt)
     g_refuseRecovery = true;
     EXPECT_EQ(InstallService(0), 1) << "error " << GetLastError();
     EXPECT_EQ(std::get<2>(Config()), (DWORD)SERVICE_AUTO_START);
+    EXPECT_EQ(vxtest::RawGetDword(settings.sub(), L"Timeout"), 77u) << "stored settings are never replaced";
     EXPECT_TRUE(WaitForState(SERVICE_RUNNING)) << "state " << QueryServiceState();
     EXPECT_EQ(g_boxes, Boxes{}) << "an existing service starts without a box";
     EXPECT_EQ(g_recovery, (std::vector<std::string>{kRecovery, kRecovery, "refused"}));
