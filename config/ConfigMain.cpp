@@ -180,8 +180,7 @@ int RunConfigUtility(HINSTANCE hInstance, const wchar_t* cmdLine, int show)
     MsgExSetActivatePrevID((UINT)kConfigInstanceId);
     {
         MyOpts settings;
-        settings.Reset();
-        settings.Load();
+        LoadSettings(settings, L"");
         MyConfig config;
         config.Reset();
         config.Load();

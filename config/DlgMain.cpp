@@ -131,8 +131,8 @@ const NumberBinding kNumbers[] = {
     {IDC_MAIN_SHUTDOWN_TIMEOUT, IDC_MAIN_SHUTDOWN_TIMEOUT_SPIN, &MyOpts::nShutdownTimeout, 1, MyOpts::nMaxMinutes},
 };
 
-// Loads the settings of this computer (gpoPath empty) or of a Group Policy object into opts.
-// Nonzero when the object could be opened (always for this computer: no settings are defaults).
+} // namespace
+
 int LoadSettings(MyOpts& opts, const wchar_t* gpoPath)
 {
     opts.Reset();
@@ -142,10 +142,16 @@ int LoadSettings(MyOpts& opts, const wchar_t* gpoPath)
     opts.bPolicyInEffect = 0;
     if (StrIsEmpty(gpoPath)) {
         opts.Load();
+        // Never stored (only status values or the utility's state in the key): the defaults,
+        // not the empty lists such a key reads as.
+        if (!opts.bPolicyInEffect && !MyOpts::HasStoredSettings())
+            opts.Reset();
         return 1;
     }
     return opts.LoadFromGPO();
 }
+
+namespace {
 
 void CopySettings(MyOpts& to, MyOpts& from)
 {

@@ -189,6 +189,11 @@ private:
     MINMAXINFO minTrack = {};
 };
 
+// Loads the settings of this computer (gpoPath empty: the defaults when none were ever stored) or
+// of a Group Policy object into opts. Nonzero when the object could be opened (always for this
+// computer).
+int LoadSettings(MyOpts& opts, const wchar_t* gpoPath);
+
 // The utility's entry: administrator check (restart through "runas"), single instance, COM and
 // common controls, the application id, then the main dialog. The process's exit code.
 int RunConfigUtility(HINSTANCE hInstance, const wchar_t* cmdLine, int show);

@@ -338,14 +338,8 @@ int StopAndDelete()
 // the default groups, Administrators excluded, would be lost the moment the service started.
 void StoreDefaultSettingsOnce()
 {
-    const wchar_t* keyName = ProductInfo::GetAppRegKeyName();
-    if (!keyName)
-        return;
-    {
-        RegKey key;
-        if (key.Open(keyName, 0) && key.FindValue(L"Options"))
-            return; // stored before: the administrator's settings stay as they are
-    }
+    if (MyOpts::HasStoredSettings())
+        return; // stored before: the administrator's settings stay as they are
     MyOpts defaults;
     defaults.Reset();
     defaults.Store();

@@ -8,6 +8,7 @@
 #include "base/StrUtil.h"
 #include "settings/MyOpts.h"
 #include "settings/Policy.h"
+#include "storage/RegKey.h"
 
 void MyOpts::OnLoad(RegKey&)
 {
@@ -37,6 +38,13 @@ int MyOpts::Load()
     if (bReadTemp)
         return 0;
     return szGPOPath[0] ? LoadFromGPO() : ReadPolicy();
+}
+
+int MyOpts::HasStoredSettings()
+{
+    const wchar_t* keyName = ProductInfo::GetAppRegKeyName();
+    RegKey key;
+    return keyName && key.Open(keyName, 0) && key.FindValue(L"Options") ? 1 : 0;
 }
 
 int MyOpts::ReadPolicy()

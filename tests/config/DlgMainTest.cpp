@@ -115,8 +115,7 @@ protected:
     std::unique_ptr<TestDlg> Open()
     {
         MyOpts loaded;
-        loaded.Reset();
-        loaded.Load();
+        LoadSettings(loaded, L"");
         auto dlg = std::make_unique<TestDlg>(loaded, config);
         EXPECT_TRUE(dlg->Create(nullptr));
         hwnd = dlg->GetHwnd();
@@ -314,7 +313,11 @@ TEST_F(MainDialog, EscapeIsIgnoredAndTheCloseBoxOffersToStore)
 // asked only until accepted, defaults clearing the answers.
 TEST_F(MainDialog, EditorsListsWarningAndDefaults)
 {
+    RawSetDword(key.sub(), L"SessionsMonitoring", 1); // a key the running service made: no settings yet
     auto dlg = Open();
+    EXPECT_EQ(SendDlgItemMessageW(hwnd, IDC_MAIN_APPLY_TO, LB_GETCOUNT, 0, 0),
+              (LRESULT)dlg->GetWorking().listInclude.GetCount()) << "the default groups, not empty lists";
+    EXPECT_NE(dlg->GetWorking().listInclude.GetCount() + dlg->GetWorking().listExclude.GetCount(), 0u);
     static std::wstring shown, typed;
     g_dialog = [](DMDlg& d) -> INT_PTR {
         auto* msg = dynamic_cast<DlgCustomMsg*>(&d);
