@@ -39,6 +39,10 @@ set -euo pipefail
 wineserver -k 2>/dev/null || true
 wineserver -w 2>/dev/null || true
 [ -f "$WINEPREFIX/.vantrel-ready" ] || { wineboot -i >/dev/null 2>&1 || true; touch "$WINEPREFIX/.vantrel-ready"; }
+# Wine finds the faces of fonts-wine (Tahoma for "MS Shell Dlg", Marlett for the caption buttons)
+# only in the prefix's own font folder; without them it draws with a substitute whose letters are
+# wider than it measures them, and the windows would not look as they do on Windows.
+cp -u /usr/share/wine/fonts/*.ttf "$WINEPREFIX/drive_c/windows/Fonts/" 2>/dev/null || true
 # The main dialog's status panel shows the service live: run it for the scenes.
 ( cd "$BUILD/bin" && wine VXA64.EXE /load-silent >/dev/null 2>&1 ) || echo "the service did not start" >&2
 for scene in status msgbox schedule custommsg dataloss about gpobrowse pickusers main maingpo mainpolicy; do

@@ -37,8 +37,8 @@ public:
     const wchar_t* GetSchedule() const { return schedule.Get(); }
     void SetSchedule(const wchar_t* text) { schedule.Set(text); }
 
-    // Whether this computer's settings have ever been stored (the record's flag value is in the
-    // settings key). The key alone says nothing: the service's status values and the utility's
+    // Whether this computer's settings have ever been stored (the record's flag value, "Enable"
+    // or a user list is in the settings key). The key alone says nothing: the service's status values and the utility's
     // own state live there too, and a key without the user lists reads as empty lists.
     static int HasStoredSettings();
     // Reads the settings from the policy, local or staging key; 1 when a key was read.

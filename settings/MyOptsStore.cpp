@@ -42,9 +42,20 @@ int MyOpts::Load()
 
 int MyOpts::HasStoredSettings()
 {
+    // Every store writes the flag set; settings written by other means (a script, a deployment
+    // tool) hold at least "Enable" or one of the lists.
     const wchar_t* keyName = ProductInfo::GetAppRegKeyName();
     RegKey key;
-    return keyName && key.Open(keyName, 0) && key.FindValue(L"Options") ? 1 : 0;
+    if (!keyName || !key.Open(keyName, 0))
+        return 0;
+    if (key.FindValue(L"Options") || key.FindValue(pszEnable))
+        return 1;
+    for (const wchar_t* list : {pszInclude, pszExclude}) {
+        RegKey sub;
+        if (sub.Open(key, list, 0))
+            return 1;
+    }
+    return 0;
 }
 
 int MyOpts::ReadPolicy()

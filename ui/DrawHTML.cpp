@@ -71,7 +71,20 @@ public:
             ::SetTextColor(hdc, color);
             crCurrent = color;
         }
-        ExtTextOutW(hdc, x, y, 0, nullptr, p, n, nullptr);
+        // Every character goes exactly where MeasureText put it: the layout placed the next blank
+        // and word, the link's area and its underline after this run's measured width. Left to
+        // its own advances, Wine draws small text narrower or wider than the extents it reports,
+        // so blanks came out doubled ("running ,") or covered ("off:CORP"). On Windows both
+        // agree and nothing moves.
+        HeapBuf<INT> advances(n);
+        const INT* dx = nullptr;
+        SIZE extent;
+        if (advances.p && GetTextExtentExPointW(hdc, p, (int)n, 0, nullptr, advances.p, &extent)) {
+            for (unsigned i = n; i-- > 1;)
+                advances.p[i] -= advances.p[i - 1]; // partial extents become the distances between origins
+            dx = advances.p;
+        }
+        ExtTextOutW(hdc, x, y, 0, nullptr, p, n, dx);
     }
 
     HtmlSize GetIconSize() override

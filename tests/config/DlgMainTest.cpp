@@ -263,8 +263,10 @@ TEST_F(MainDialog, EnableRulesInNormalAndPolicyManagedMode)
         EXPECT_EQ(Texts(), L"Use Group Policy on the server to manage the Vantrel settings on this computer.|");
     }
     RawDeleteTree(key.sub(L"machinepol"));
+    RawSetDword(key.sub(), L"Enable", 0), RawSetDword(key.sub(), L"Timeout", 55); // written by a script
     auto dlg = Open();
     ASSERT_FALSE(dlg->IsPolicyManaged());
+    EXPECT_EQ(dlg->GetWorking().nTimeout, 55) << "settings written without the utility are settings too";
     struct { int box; std::vector<int> followers; } rules[] = {
         {IDC_MAIN_SHUTDOWN, {IDC_MAIN_SHUTDOWN_TIMEOUT, IDC_MAIN_SHUTDOWN_ACTION, IDC_MAIN_SHUTDOWN_LABEL}},
         {IDC_MAIN_MONITOR_CPU, {IDC_MAIN_PERCENT_CPU, IDC_MAIN_PERCENT_UNITS}},

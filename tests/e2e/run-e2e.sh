@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
 # The product end to end under Wine: the unmodified service installed by "VXA64.EXE /load-silent"
 # in Wine's service manager against the simulated terminal server, one active session whose
-# monitor runs. Input through SendInput keeps it past the one-minute timeout; without input it is
-# warned (countdown read from the box) and logged off a minute later. Then the status values, the
-# reported events, and "/unload-silent" leaving no process behind.
+# monitor runs. Input through SendInput keeps it past the one-minute timeout. Then the user kills the
+# monitor: the service, which no longer hears of any input, still counts, warns through "/msg:1"
+# (which, with no monitor left, shows the box itself; countdown read from it) and logs the session
+# off a minute later. A second session, admitted once the first is warned, has its warning shown by
+# its own monitor. Then the status values, the reported events, and "/unload-silent" leaving no
+# process behind.
 # Usage: run-e2e.sh <build folder> (CTest's "e2e"), in <build>/e2e-run. Exit 0, 1, or 77 (skipped).
 set -euo pipefail
 build=$(cd "${1:?usage: run-e2e.sh <build folder>}" && pwd)
@@ -31,8 +34,15 @@ diagnose() {
 }
 die() { fail "$*"; diagnose; exit 1; }
 count() { ctl look | grep -c -E -- "$1" || true; }
-# The box's countdown "m:ss" in seconds.
-countdown() { wait_for 0 '^box ' | sed -n 's/.*[^0-9]\([0-9]\{1,\}\):\([0-9][0-9]\)[^0-9].*/\1 \2/p' | awk '{ print $1 * 60 + $2 }'; }
+# gone <seconds> <regex>: polls "ctl look" until no line matches.
+gone() {
+    local end=$((SECONDS + $1))
+    until [ "$(count "$2")" = 0 ]; do [ $SECONDS -lt $end ] || return 1; sleep 0.2; done
+}
+# The pid of a "monitor", "box" or "process" line.
+pid_of() { sed -n 's/^[a-z]* pid=\([0-9]*\) .*/\1/p' <<<"$1"; }
+# The countdown "m:ss" of the box of process <pid>, in seconds.
+countdown() { wait_for 0 "^box pid=$1 " | sed -n 's/.*[^0-9]\([0-9]\{1,\}\):\([0-9][0-9]\)[^0-9].*/\1 \2/p' | awk '{ print $1 * 60 + $2 }'; }
 
 e2e_prefix "$build/e2e-run" "$bin"
 log "prefix ready, services started with the eventlog trace"
@@ -57,14 +67,31 @@ done
 [ "$(count ' logoff ')" = 0 ] || fail "session 1 was logged off while input came in"
 [ "$(count '^monitor |^summary registrations=1 ')" = 2 ] || fail "the monitor is gone or not registered"
 
+# Killing the monitor must not make the session immune: nothing restarts the monitor, but the
+# service keeps counting without it.
+monitor=$(pid_of "$(wait_for 0 '^monitor ')")
+[ "$(count "^process pid=$monitor .* /monitor:1$")" = 1 ] || die "no \"/monitor:1\" process with pid ${monitor:-?}"
+wine taskkill /f /pid "$monitor" >>"$E2E_WORK/control.err" 2>&1 </dev/null || die "taskkill of the monitor failed"
+gone 10 '^monitor |/monitor:1$' || die "the monitor still runs after taskkill"
+log "monitor (pid $monitor) killed"
+
 out=$(wait_for 80 '^box ') || die "no warning box within 80 s after the last input: $out"
 warned=$(now)
 quiet=$(since "$last_input")
 log "warning after $quiet s without input: $out"
 within "$quiet" 55 75 || fail "the warning came $quiet s after the last input (timeout 60 s)"
-first=$(countdown)
+box=$(pid_of "$out")
+[ "$(count "^process pid=$box .* /msg:1$")" = 1 ] || fail "the box is not shown by the \"/msg:1\" process"
+# Now, with no monitor window left, bob's monitor takes the desktop's one monitor window.
+ctl add 2 bob active || die "session 2 not added"
+ctl control 128 || fail "control 128 not delivered"
+out=$(wait_for 30 '^monitor ') || die "no monitor window for bob: $out"
+bob_admitted=$(now)
+[[ $out == *" /monitor:2" ]] || fail "the monitor window is not that of \"/monitor:2\""
+bob=$(pid_of "$out")
+first=$(countdown "$box")
 sleep 3
-second=$(countdown)
+second=$(countdown "$box")
 log "countdown read 3 s apart: ${first:-none} s, then ${second:-none} s"
 within "${first:-0}" 1 60 && within "$((first - ${second:-99}))" 2 4 || fail "the countdown does not run"
 # The in-session program ("/msg:1", a second token) showed it, not the terminal server's box.
@@ -77,17 +104,25 @@ log "$gap s after the warning: $out"
 within "$gap" 55 80 || fail "the logoff came $gap s after the warning (warning time 60 s)"
 [[ $out =~ ^[0-9]+\ logoff\ session=1\ wait=0\ error=0$ ]] || fail "not a plain logoff of session 1"
 # The box stays past the deadline; the service's quit event must end its program.
-[ "$(count '^box ')" = 1 ] || fail "the warning box closed by itself"
+[ "$(count "^box pid=$box ")" = 1 ] || fail "the warning box closed by itself"
 # Wine sends no session changes: control 128 makes the service rescan and write its status.
 ctl control 128 || fail "control 128 not delivered"
-out=$(wait_for 15 '^status SessionsMonitoring=\(absent\) LastLogoff=alice$') || fail "status after the logoff: $out"
+out=$(wait_for 15 '^status SessionsMonitoring=1 LastLogoff=alice$') || fail "status after the logoff: $out"
+
+# Bob's monitor runs: "/msg:2" hands the warning to it, and the box is the monitor's.
+out=$(wait_for 30 "^box pid=$bob ") || die "no warning box in bob's monitor: $out"
+quiet=$(since "$bob_admitted")
+log "bob warned by his monitor $quiet s after his admission"
+within "$quiet" 55 75 || fail "bob's warning came $quiet s after his admission (timeout 60 s)"
+[ "$(count '^[0-9]+ token session=2 error=0$')" = 2 ] || fail "bob's warning program was not started"
 
 vxa64 /unload-silent || fail "/unload-silent failed"
 wait_for 20 '^service absent$' >/dev/null || fail "the service is still registered"
 out=$(wait_for 20 '^no product process$') || fail "product processes left: $out"
-# Every terminal server buffer freed, every notification registration removed.
+# Every terminal server buffer freed, every notification registration removed but that of the
+# killed monitor (the double counts registrations; a real one ends with its window).
 out=$(wait_for 0 '^summary ')
-[[ $out == "summary registrations=0 allocations=0 badfrees=0 dropped=0" ]] || fail "$out"
+[[ $out == "summary registrations=1 allocations=0 badfrees=0 dropped=0" ]] || fail "$out"
 
 ids=$(e2e_event_ids)
 log "event ids:$ids"

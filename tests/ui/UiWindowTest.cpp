@@ -1,10 +1,12 @@
 // The window library and the message box on real windows (Wine's headless driver): binding and
-// dispatch, a dialog's round trip, and the box read and pressed by a script.
+// dispatch, a dialog's round trip, the rich text's ink on a memory bitmap, and the box read and
+// pressed by a script.
 #include <windows.h>
 
 #include <dbt.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <stdexcept>
@@ -16,6 +18,7 @@
 #include "base/Resources.h"
 #include "resources/resource.h"
 #include "ui/DMDlg.h"
+#include "ui/DrawHTML.h"
 #include "ui/MsgBox.h"
 
 using namespace MsgBoxModel;
@@ -145,6 +148,49 @@ TEST(DMDlg, ModalEndsWithTheButtonPressedAndReadsTheControlsOnlyForAnAcceptedOK)
     SetLastError(0xdeadbeef);
     EXPECT_EQ(missing.DoModal(nullptr), -1);
     EXPECT_EQ(GetLastError(), (DWORD)ERROR_RESOURCE_NAME_NOT_FOUND);
+}
+
+// A label draws its words one run at a time, each where the layout measured it; the line must
+// come out exactly as the whole sentence drawn at the advances GDI reports. Wine, left to its own
+// advances, draws small text wider or narrower than it measures, and the blanks of a label came
+// out covered ("off:CORP") or doubled.
+TEST(DrawHTML, ALineComesOutAsTheWholeSentenceAtItsMeasuredAdvances)
+{
+    const int w = 400, h = 16;
+    const std::wstring text = L"Last log off: CORP\\alice at 10:42. See the event log for details.";
+    DrawHTMLTools tools;
+    tools.SetTextColor(RGB(0, 0, 0));
+    std::vector<DWORD> pixels[2]; // the label's, the sentence's
+    for (int i = 0; i < 2; ++i) {
+        MemoryDc dc(CreateCompatibleDC(nullptr));
+        BITMAPINFO bi = {};
+        bi.bmiHeader = {sizeof(bi.bmiHeader), w, -h, 1, 32, BI_RGB, 0, 0, 0, 0, 0};
+        void* bits = nullptr;
+        GdiBitmap bitmap(CreateDIBSection(dc.Get(), &bi, DIB_RGB_COLORS, &bits, nullptr, 0));
+        ASSERT_TRUE(bitmap && bits);
+        DcSelection selected(dc.Get(), bitmap.Get());
+        memset(bits, 0xff, w * h * 4);
+        if (i == 0) {
+            DrawHTML html;
+            const RECT rc = {0, 0, w, h}; // "L" starts at 0: only other characters are indented
+            const unsigned n = (unsigned)text.size();
+            html.Draw(DrawHTML::kMeasure, dc.Get(), &rc, text.c_str(), n, nullptr, &tools);
+            ASSERT_GT(html.Draw(DrawHTML::kPaint, dc.Get(), &rc, text.c_str(), n, nullptr, &tools), 0);
+        } else {
+            DcSelection font(dc.Get(), tools.GetFont());
+            std::vector<INT> dx(text.size());
+            SIZE size;
+            ASSERT_TRUE(GetTextExtentExPointW(dc.Get(), text.c_str(), (int)text.size(), 0, nullptr, dx.data(), &size));
+            for (size_t k = dx.size(); k-- > 1;)
+                dx[k] -= dx[k - 1];
+            SetBkMode(dc.Get(), TRANSPARENT);
+            ExtTextOutW(dc.Get(), 0, 0, 0, nullptr, text.c_str(), (UINT)text.size(), dx.data());
+        }
+        GdiFlush();
+        pixels[i].assign(static_cast<const DWORD*>(bits), static_cast<const DWORD*>(bits) + w * h);
+    }
+    const long at = std::mismatch(pixels[0].begin(), pixels[0].end(), pixels[1].begin()).first - pixels[0].begin();
+    EXPECT_EQ(at, (long)pixels[0].size()) << "first difference at x " << at % w << ", y " << at / w;
 }
 
 // The message box: called at every tick of the open box (0 as each opens), the script returns the

@@ -1,12 +1,13 @@
 // The controller of the end-to-end runs (run-e2e.sh, scripts/demo.sh): it sets the simulated
 // terminal server's table and looks at the running product from outside, as an administrator would.
 //   add <id> <user> [active|connected|disconnected]   state <id> <state>
-//   settings Name=number...   values in HKLM\SOFTWARE\Korvane\Vantrel, with empty user lists
+//   settings Name=number...   values in HKLM\SOFTWARE\Korvane\Vantrel, with empty user lists (and
+//                             the record's flag set "Options", so that an install keeps them)
 //   control <code>            a control code to the service
 //   input                     a mouse move there and back and a Shift press, through SendInput
 //   look                      what can be seen, one line each: "service <state>", "session ...",
-//       "<seq> token|logoff|message ...", "summary ...", "status ...", "monitor ...", "box ...",
-//       "process ..." (or "no product process")
+//       "<seq> token|logoff|message ...", "summary ...", "status ...", "monitor ...", "box ..." (one
+//       per open warning box), "process ..." (or "no product process")
 // Output: UTF-8 lines. Exit code 0 done, 1 refused, 2 usage, 3 no simulated table.
 #include <windows.h>
 #include <winternl.h>
@@ -110,6 +111,12 @@ int WriteSettings(int argc, wchar_t** argv)
         else
             RegCloseKey(sub);
     }
+    // Settings stored by an administrator carry the record's flag set: without it the first
+    // install would replace them with the defaults.
+    const DWORD noFlags = 0;
+    if (RegQueryValueExW(key, L"Options", nullptr, nullptr, nullptr, nullptr) &&
+        RegSetValueExW(key, L"Options", 0, REG_DWORD, (const BYTE*)&noFlags, sizeof noFlags))
+        rc = 1;
     for (int i = 0; i < argc; i++) {
         const wchar_t* eq = wcschr(argv[i], L'=');
         DWORD v = eq ? wcstoul(eq + 1, nullptr, 10) : 0;
@@ -180,7 +187,7 @@ void ProductProcesses()
         Out(L"no product process");
 }
 
-// The warning box: a visible top-level window with the countdown label (control 27004).
+// Each warning box: a visible top-level window with the countdown label (control 27004).
 BOOL CALLBACK FindBoxProc(HWND hwnd, LPARAM)
 {
     HWND label = GetDlgItem(hwnd, 27004);
@@ -193,7 +200,7 @@ BOOL CALLBACK FindBoxProc(HWND hwnd, LPARAM)
     DWORD pid = 0;
     GetWindowThreadProcessId(hwnd, &pid);
     Out(Fmt(L"box pid=%lu title=%s text=%s", pid, title, OneLine(text).c_str()));
-    return FALSE;
+    return TRUE;
 }
 
 } // namespace
