@@ -43,8 +43,15 @@ wineserver -w 2>/dev/null || true
 # only in the prefix's own font folder; without them it draws with a substitute whose letters are
 # wider than it measures them, and the windows would not look as they do on Windows.
 cp -u /usr/share/wine/fonts/*.ttf "$WINEPREFIX/drive_c/windows/Fonts/" 2>/dev/null || true
-# The main dialog's status panel shows the service live: run it for the scenes.
-( cd "$BUILD/bin" && wine VXA64.EXE /load-silent >/dev/null 2>&1 ) || echo "the service did not start" >&2
+# The main dialog's status panel shows the service live: run it for the scenes. A fresh prefix's
+# service manager refuses starts while it is still starting its own services: try until it runs.
+running=""
+for _ in $(seq 1 30); do
+    ( cd "$BUILD/bin" && wine VXA64.EXE /load-silent >/dev/null 2>&1 ) || true
+    if wine sc query Vantrel 2>/dev/null | tr -d '\r' | grep -q "RUNNING"; then running=1; break; fi
+    sleep 1
+done
+[ -n "$running" ] || echo "the service did not start: the main dialog shows it stopped" >&2
 for scene in status msgbox schedule custommsg dataloss about gpobrowse pickusers main maingpo mainpolicy; do
     rect=$WORK/$scene.rect
     rm -f "$rect"
