@@ -126,11 +126,11 @@ int RestartAsAdministrator(const wchar_t* cmdLine)
 } // namespace
 
 namespace StartupSeams {
-BOOL (*pfnHasAdminRights)() = ShippedHasAdminRights;
-int (*pfnGetElevationType)() = ShippedGetElevationType;
-BOOL (*pfnIsUserAdmin)() = ShippedIsUserAdmin;
-BOOL (*pfnShellExecute)(HWND, const wchar_t*, const wchar_t*, const wchar_t*, int) = ShippedShellExecute;
-INT_PTR (*pfnRunMainDialog)(DlgMain&) = ShippedRunMainDialog;
+BOOL (*pfnHasAdminRights)() = nullptr;
+int (*pfnGetElevationType)() = nullptr;
+BOOL (*pfnIsUserAdmin)() = nullptr;
+BOOL (*pfnShellExecute)(HWND, const wchar_t*, const wchar_t*, const wchar_t*, int) = nullptr;
+INT_PTR (*pfnRunMainDialog)(DlgMain&) = nullptr;
 
 void Reset()
 {
@@ -141,6 +141,9 @@ void Reset()
     pfnRunMainDialog = ShippedRunMainDialog;
 }
 } // namespace StartupSeams
+
+// The shipped functions, set once before anything runs (Reset is their one list).
+static const bool g_startupSeamsSet = (StartupSeams::Reset(), true);
 
 HWND FindRunningConfigUtility()
 {

@@ -163,18 +163,18 @@ void CopySettings(MyOpts& to, MyOpts& from)
 } // namespace
 
 namespace ConfigSeams {
-int (*pfnMessage)(HWND, UINT, int*, const wchar_t*) = ShippedMessage;
-INT_PTR (*pfnRunDialog)(DMDlg&, HWND) = ShippedRunDialog;
-BOOL (*pfnBrowseForFile)(HWND, BOOL, const wchar_t*, wchar_t*, unsigned) = ShippedBrowseForFile;
-int (*pfnBrowseForGPO)(HWND, wchar_t*, unsigned, wchar_t*, unsigned) = BrowseForGPO;
-int (*pfnPickUsersGroups)(HWND, StrList&) = PickUsersGroups;
-int (*pfnInstallService)(int) = InstallService;
-int (*pfnRemoveService)(int) = RemoveService;
-BOOL (*pfnSendServiceControl)(DWORD) = SendServiceControl;
-void (*pfnSleep)(DWORD) = ShippedSleep;
-SHORT(WINAPI* pfnGetKeyState)(int) = GetKeyState;
-void (*pfnDoAbout)(HWND, BOOL) = DoAbout;
-int (*pfnOpenHelp)(HWND) = OpenHelp;
+int (*pfnMessage)(HWND, UINT, int*, const wchar_t*) = nullptr;
+INT_PTR (*pfnRunDialog)(DMDlg&, HWND) = nullptr;
+BOOL (*pfnBrowseForFile)(HWND, BOOL, const wchar_t*, wchar_t*, unsigned) = nullptr;
+int (*pfnBrowseForGPO)(HWND, wchar_t*, unsigned, wchar_t*, unsigned) = nullptr;
+int (*pfnPickUsersGroups)(HWND, StrList&) = nullptr;
+int (*pfnInstallService)(int) = nullptr;
+int (*pfnRemoveService)(int) = nullptr;
+BOOL (*pfnSendServiceControl)(DWORD) = nullptr;
+void (*pfnSleep)(DWORD) = nullptr;
+SHORT(WINAPI* pfnGetKeyState)(int) = nullptr;
+void (*pfnDoAbout)(HWND, BOOL) = nullptr;
+int (*pfnOpenHelp)(HWND) = nullptr;
 
 void Reset()
 {
@@ -192,6 +192,9 @@ void Reset()
     pfnOpenHelp = OpenHelp;
 }
 } // namespace ConfigSeams
+
+// The shipped connections, set once before anything runs (Reset is their one list).
+static const bool g_configSeamsSet = (ConfigSeams::Reset(), true);
 
 const RangeRule kRangeRules[4] = {
     {IDC_MAIN_TIMEOUT, &MyOpts::nTimeout, 1, MyOpts::nMaxMinutes},
@@ -464,16 +467,27 @@ int DlgMain::OptsToDlg()
     return 1;
 }
 
+void DlgMain::FocusForCorrection(int idField)
+{
+    HWND ctl = GetItem(idField);
+    // A value can be refused while its feature is off (loaded from the registry or a file): the
+    // field opens, so that the administrator can correct it.
+    if (!IsWindowEnabled(ctl)) {
+        EnableWindow(ctl, TRUE);
+        EnableWindow(GetWindow(ctl, GW_HWNDNEXT), TRUE); // its spin
+    }
+    SetFocus(ctl);
+    SendMessageW(ctl, EM_SETSEL, 0, -1);
+}
+
 int DlgMain::ReadNumber(int idField, int& field, int lo, int hi)
 {
     wchar_t text[32];
     GetItemText(idField, text, ARRAYSIZE(text));
     if (ParseFieldNumber(text, field))
         return 1;
-    HWND ctl = GetItem(idField);
     MessageId(MB_OK | MB_ICONERROR, IDS_VALUE_NOT_A_NUMBER, text, lo, hi);
-    SetFocus(ctl);
-    SendMessageW(ctl, EM_SETSEL, 0, -1);
+    FocusForCorrection(idField);
     return 0;
 }
 
@@ -588,15 +602,7 @@ int DlgMain::Apply(bool bFromButton)
         return 0;
     if (const RangeRule* bad = FindRangeViolation(working)) {
         MessageId(MB_OK | MB_ICONERROR, IDS_VALUE_OUT_OF_RANGE, working.*bad->field, bad->lo, bad->hi);
-        HWND ctl = GetItem(bad->idField);
-        // A value can be out of range while its feature is off (loaded from the registry or a
-        // file): the field opens, so that the administrator can correct it.
-        if (!IsWindowEnabled(ctl)) {
-            EnableWindow(ctl, TRUE);
-            EnableWindow(GetWindow(ctl, GW_HWNDNEXT), TRUE); // its spin
-        }
-        SetFocus(ctl);
-        SendMessageW(ctl, EM_SETSEL, 0, -1);
+        FocusForCorrection(bad->idField);
         return 0;
     }
     if (working.bEnable && !working.bMonitorKB && !working.bMonitorMouse && !working.bMonitorCPU) {

@@ -146,6 +146,8 @@ private:
     int MessageId(UINT flags, int idText, ...);
     // Reads a number field into field; a text that is no number is reported (and focused).
     int ReadNumber(int idField, int& field, int lo, int hi);
+    // Focuses a refused field with its text selected, opening it when its feature is off.
+    void FocusForCorrection(int idField);
     void FillList(int idList, const StrList& list);
     void ReadList(int idList, StrList& list);
     void AddToList(int idList);
